@@ -1,0 +1,129 @@
+// The component frame of CmpMemPool: its linked-in entry, the export table of every pool function,
+// the table of imported functions resolved at hook 1 and dropped at hook 15, and the ready flag.
+#include "MemPoolInternal.h"
+
+namespace kestrel::mempool {
+
+ComponentState g_state = {};
+
+namespace {
+
+constexpr RTS_UI32 kVersion = RTS_SYSTEM_VERSION;
+
+// Functions of the component manager, taken from the init record of the entry call.
+PF_CM_REGISTER_API s_pfRegisterAPI = nullptr;
+PF_CM_GET_API2 s_pfGetAPI2 = nullptr;
+
+// One row per imported function: its API name and its slot.
+struct ImportRow {
+    const char *pszName;
+    RTS_VOID_FCTPTR *ppfSlot;
+};
+
+const ImportRow s_importTable[] = {
+#define KESTREL_MEMPOOL_IMPORT_ROW(name) {#name, &g_state.slots[static_cast<unsigned>(Import::name)]},
+    KESTREL_MEMPOOL_IMPORTS(KESTREL_MEMPOOL_IMPORT_ROW)
+#undef KESTREL_MEMPOOL_IMPORT_ROW
+};
+
+// Every C-callable function of the component, signature and version 0.
+#define KESTREL_MEMPOOL_EXPORT(fn) RTS_EXPORT_ROW(fn, #fn, 0, 0)
+const ExportEntry s_exportTable[] = {
+    KESTREL_MEMPOOL_EXPORT(MemPoolCreateDynamic),
+    KESTREL_MEMPOOL_EXPORT(MemPoolCreateStatic),
+    KESTREL_MEMPOOL_EXPORT(MemPoolExtendDynamic),
+    KESTREL_MEMPOOL_EXPORT(MemPoolExtendStatic),
+    KESTREL_MEMPOOL_EXPORT(MemPoolCreateSyncObject),
+    KESTREL_MEMPOOL_EXPORT(MemPoolDeleteSyncObject),
+    KESTREL_MEMPOOL_EXPORT(MemPoolDelete),
+    KESTREL_MEMPOOL_EXPORT(MemPoolCleanup),
+    KESTREL_MEMPOOL_EXPORT(MemPoolGetBlock),
+    KESTREL_MEMPOOL_EXPORT(MemPoolGetBlock2),
+    KESTREL_MEMPOOL_EXPORT(MemPoolPutBlock),
+    KESTREL_MEMPOOL_EXPORT(MemPoolAddUsedBlock),
+    KESTREL_MEMPOOL_EXPORT(MemPoolAppendUsedBlock),
+    KESTREL_MEMPOOL_EXPORT(MemPoolInsertUsedBlock),
+    KESTREL_MEMPOOL_EXPORT(MemPoolRemoveUsedBlock),
+    KESTREL_MEMPOOL_EXPORT(MemPoolAddUsedBlockToPool),
+    KESTREL_MEMPOOL_EXPORT(MemPoolAppendUsedBlockToPool),
+    KESTREL_MEMPOOL_EXPORT(MemPoolRemoveUsedBlockFromPool),
+    KESTREL_MEMPOOL_EXPORT(MemPoolLockBlock),
+    KESTREL_MEMPOOL_EXPORT(MemPoolUnlockBlock),
+    KESTREL_MEMPOOL_EXPORT(MemPoolLock),
+    KESTREL_MEMPOOL_EXPORT(MemPoolUnlock),
+    KESTREL_MEMPOOL_EXPORT(MemPoolGetPCB),
+    KESTREL_MEMPOOL_EXPORT(MemPoolFindBlock),
+    KESTREL_MEMPOOL_EXPORT(MemPoolIsValidBlock),
+    KESTREL_MEMPOOL_EXPORT(MemPoolGetFirstBlock),
+    KESTREL_MEMPOOL_EXPORT(MemPoolGetNextBlock),
+    KESTREL_MEMPOOL_EXPORT(FixedBlocksPoolInit),
+    KESTREL_MEMPOOL_EXPORT(FixedBlocksPoolAlloc),
+    KESTREL_MEMPOOL_EXPORT(FixedBlocksPoolFree),
+    KESTREL_MEMPOOL_EXPORT(FixedBlocksPoolReclaim),
+    KESTREL_MEMPOOL_EXPORT(FixedBlocksPoolDestroy),
+    RTS_EXPORT_END,
+};
+#undef KESTREL_MEMPOOL_EXPORT
+
+void DropImports() {
+    for (const ImportRow &row : s_importTable)
+        *row.ppfSlot = nullptr;
+}
+
+// Resolves every import by name; all are optional, so a missing one only leaves its slot empty
+// and the lookup's result does not matter.
+void ResolveImports() {
+    for (const ImportRow &row : s_importTable) {
+        *row.ppfSlot = nullptr;
+        if (s_pfGetAPI2 != nullptr)
+            s_pfGetAPI2(row.pszName, row.ppfSlot, CM_IMPORT_OPTIONAL, 0, 0);
+    }
+}
+
+RTS_RESULT ExportFunctions() {
+    if (s_pfRegisterAPI == nullptr)
+        return ERR_NOT_INITIALIZED;
+    return s_pfRegisterAPI(s_exportTable, nullptr, 0, CMPID_CmpMemPool);
+}
+
+// The imports are resolved at hook 1 rather than here: the component manager uses the pools
+// before the import pass, and the component must behave as "not ready" until then.
+RTS_RESULT ImportFunctions() { return ERR_OK; }
+
+RTS_UI32 GetVersion() { return kVersion; }
+
+RTS_RESULT HookFunction(RTS_UI32 ulHook, RTS_UINTPTR, RTS_UINTPTR) {
+    switch (ulHook) {
+    case CH_INIT:
+        ResolveImports();
+        g_state.bReady = true;
+        break;
+    case CH_EXIT2:
+        g_state.bReady = false;
+        DropImports();
+        break;
+    default:
+        break;
+    }
+    return ERR_OK;
+}
+
+} // namespace
+} // namespace kestrel::mempool
+
+using namespace kestrel::mempool;
+
+extern "C" RTS_RESULT CmpMemPoolEntry(ComponentInitStruct *pInitStruct) {
+    if (pInitStruct == nullptr)
+        return ERR_PARAMETER;
+    pInitStruct->CmpId = CMPID_CmpMemPool;
+    pInitStruct->pfExportFunctions = &ExportFunctions;
+    pInitStruct->pfImportFunctions = &ImportFunctions;
+    pInitStruct->pfGetVersion = &GetVersion;
+    pInitStruct->pfHookFunction = &HookFunction;
+    pInitStruct->pfCreateInstance = nullptr;
+    pInitStruct->pfDeleteInstance = nullptr;
+    s_pfRegisterAPI = pInitStruct->pfCMRegisterAPI;
+    s_pfGetAPI2 = pInitStruct->pfCMGetAPI2;
+    return ERR_OK;
+}

@@ -1,0 +1,127 @@
+// Internals shared by the sources of CmpMemPool: the table of imported functions and the ready
+// flag, the alignment-free views of control blocks and chunk headers, and the small helpers that
+// every hot path inlines (handle check, header/payload stepping, pool lock and unlock).
+#pragma once
+
+#include <cstring>
+
+#include "CmpLogItf.h"
+#include "CmpMemPoolItf.h"
+#include "SysCpuHandlingItf.h"
+#include "SysExceptItf.h"
+#include "SysIntItf.h"
+#include "SysMemItf.h"
+#include "SysSemItf.h"
+
+#define KESTREL_LIKELY(x) __builtin_expect(!!(x), 1)
+#define KESTREL_UNLIKELY(x) __builtin_expect(!!(x), 0)
+
+namespace kestrel::mempool {
+
+// Every function the component imports, in the order it asks the component manager for them. Each
+// is optional: the operation that needs one tests its slot and falls back or fails.
+#define KESTREL_MEMPOOL_IMPORTS(X)                                                                                    \
+    X(LogAdd)                                                                                                          \
+    X(SysExceptGenerateException)                                                                                      \
+    X(SysMemFreeData)                                                                                                  \
+    X(SysMemAllocData)                                                                                                 \
+    X(SysCpuAtomicAdd)                                                                                                 \
+    X(SysIntDisableAll)                                                                                                \
+    X(SysIntEnableAll)                                                                                                 \
+    X(SysSemLeave)                                                                                                     \
+    X(SysSemEnter)                                                                                                     \
+    X(SysSemDelete)                                                                                                    \
+    X(SysSemCreate)
+
+enum class Import : unsigned {
+#define KESTREL_MEMPOOL_IMPORT_ENUM(name) name,
+    KESTREL_MEMPOOL_IMPORTS(KESTREL_MEMPOOL_IMPORT_ENUM)
+#undef KESTREL_MEMPOOL_IMPORT_ENUM
+        Count
+};
+
+// The component's whole global state: one slot per import (null until hook 1 found it) and the
+// ready flag, set once hook 1 has imported and cleared again at hook 15.
+struct ComponentState {
+    RTS_VOID_FCTPTR slots[static_cast<unsigned>(Import::Count)];
+    bool bReady;
+};
+extern ComponentState g_state;
+
+// Typed reads of the slots, one per import: ImportedLogAdd(), ImportedSysSemEnter(), ...
+#define KESTREL_MEMPOOL_IMPORT_ACCESSOR(name)                                                                          \
+    inline decltype(&::name) Imported##name() {                                                                        \
+        return reinterpret_cast<decltype(&::name)>(g_state.slots[static_cast<unsigned>(Import::name)]);                \
+    }
+KESTREL_MEMPOOL_IMPORTS(KESTREL_MEMPOOL_IMPORT_ACCESSOR)
+#undef KESTREL_MEMPOOL_IMPORT_ACCESSOR
+
+// A static pool of block size 0 keeps its control block at the very start of the caller's area,
+// and a fixed-block pool keeps its first chunk header at the start of the caller's area; neither
+// area needs to be aligned. Both structures are therefore only ever accessed through these
+// aliases of alignment 1, which compile to the same loads and stores on x86.
+typedef MEMPOOL_PCB Pcb __attribute__((aligned(1)));
+typedef FIXEDBLOCKSCHUNK Chunk __attribute__((aligned(1)));
+
+// Fill patterns that make stale memory visible.
+constexpr unsigned char kFillFree = 0xAA;      // returned and reclaimed blocks
+constexpr unsigned char kFillExtension = 0xEE; // new extension chunks before their blocks are laid out
+
+inline RTS_SIZE AlignUp(RTS_SIZE value) { return MEMPOOL_ALIGN_SIZE(value); }
+inline unsigned char *AlignUp(void *p) {
+    auto *c = static_cast<unsigned char *>(p);
+    return c + (AlignUp(reinterpret_cast<RTS_UINTPTR>(c)) - reinterpret_cast<RTS_UINTPTR>(c));
+}
+
+// The control block of a handle, or null for the invalid handles 0 and all ones.
+inline Pcb *PcbOf(RTS_HANDLE hMemPool) {
+    if (KESTREL_UNLIKELY(hMemPool == nullptr || hMemPool == RTS_INVALID_HANDLE))
+        return nullptr;
+    return static_cast<Pcb *>(hMemPool);
+}
+inline Pcb *PcbOf(MEMPOOL_PCB *pPool) { return reinterpret_cast<Pcb *>(pPool); }
+inline MEMPOOL_PCB *PoolPtr(Pcb *pcb) { return reinterpret_cast<MEMPOOL_PCB *>(pcb); }
+
+inline RTS_SIZE BlockSizeOf(const Pcb *pcb) { return pcb->ulBlockSizeAndFlags & MEMPOOL_SIZE_MASK; }
+inline RTS_SIZE StrideOf(RTS_SIZE s) { return s + MEMPOOL_BLOCK_HEADER_SIZE; }
+
+// Every operation on a block finds its header one header size in front of the payload.
+inline MEMPOOL_BLOCK *HeaderOf(void *pPayload) {
+    return reinterpret_cast<MEMPOOL_BLOCK *>(static_cast<unsigned char *>(pPayload) - MEMPOOL_BLOCK_HEADER_SIZE);
+}
+inline void *PayloadOf(MEMPOOL_BLOCK *pHeader) {
+    return reinterpret_cast<unsigned char *>(pHeader) + MEMPOOL_BLOCK_HEADER_SIZE;
+}
+inline MEMPOOL_BLOCK *BlockAt(void *p) { return static_cast<MEMPOOL_BLOCK *>(p); }
+
+inline void SetResult(RTS_RESULT *pResult, RTS_RESULT result) {
+    if (pResult != nullptr)
+        *pResult = result;
+}
+
+// Pool lock on a control block known to be valid: the semaphore service when present, else the
+// interrupt lock with the hSem word as its save area, else no lock service at all.
+inline RTS_RESULT LockPcb(Pcb *pcb) {
+    if (KESTREL_UNLIKELY(!g_state.bReady))
+        return ERR_NOT_INITIALIZED;
+    if (auto pfEnter = ImportedSysSemEnter())
+        return pfEnter(pcb->hSem);
+    if (auto pfDisable = ImportedSysIntDisableAll())
+        return pfDisable(&pcb->hSem);
+    return ERR_NOTIMPLEMENTED;
+}
+inline RTS_RESULT UnlockPcb(Pcb *pcb) {
+    if (KESTREL_UNLIKELY(!g_state.bReady))
+        return ERR_NOT_INITIALIZED;
+    if (auto pfLeave = ImportedSysSemLeave())
+        return pfLeave(pcb->hSem);
+    if (auto pfEnable = ImportedSysIntEnableAll())
+        return pfEnable(&pcb->hSem);
+    return ERR_NOTIMPLEMENTED;
+}
+
+// Lays out n blocks of payload size s from pFirst on, all owned by pPool and chained in address
+// order; returns the last header, or null when nothing was laid out.
+MEMPOOL_BLOCK *LayOutBlocks(void *pFirst, RTS_SIZE n, RTS_SIZE s, MEMPOOL_PCB *pPool);
+
+} // namespace kestrel::mempool
