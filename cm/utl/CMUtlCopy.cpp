@@ -1,0 +1,111 @@
+// Bounded copying, concatenation and formatting of narrow strings. Every
+// size counts the whole destination including the terminator.
+#include <cstring>
+
+#include "CMUtlFormat.h"
+#include "CMUtlInternal.h"
+#include "CMUtlItf.h"
+
+using kestrel::cmutl::BoundedLength;
+using kestrel::cmutl::CopySmall;
+
+namespace {
+
+// An argument list given as null. A va_list is a pointer on the builds of
+// this system and a record of pointers elsewhere; either way a null one is
+// all zero bytes. Its size is taken from the parameter's adjusted type,
+// because va_list is an array type on some targets.
+bool IsNullArgList(const void *list, std::size_t size) {
+    const auto *bytes = static_cast<const unsigned char *>(list);
+    for (std::size_t i = 0; i < size; ++i) {
+        if (bytes[i] != 0) {
+            return false;
+        }
+    }
+    return true;
+}
+
+} // namespace
+
+extern "C" {
+
+RTS_RESULT CMUtlSafeStrCpy2(char *pszDest, RTS_SIZE ulDestSize, const char *pszSrc, RTS_UI32 ulIgnored) {
+    (void)ulIgnored;
+    if (pszDest == nullptr || pszSrc == nullptr || ulDestSize == 0) {
+        return ERR_PARAMETER;
+    }
+    // Only the first ulDestSize bytes of the source matter: either its
+    // terminator lies among them, or the copy is cut.
+    const std::size_t length = BoundedLength(pszSrc, ulDestSize);
+    if (length < ulDestSize) {
+        CopySmall(pszDest, pszSrc, length + 1);
+        pszDest[ulDestSize - 1] = 0;
+        return ERR_OK;
+    }
+    CopySmall(pszDest, pszSrc, ulDestSize);
+    pszDest[ulDestSize - 1] = 0;
+    return ERR_BUFFERSIZE;
+}
+
+RTS_RESULT CMUtlSafeStrCpy(char *pszDest, RTS_SIZE ulDestSize, const char *pszSrc) {
+    return CMUtlSafeStrCpy2(pszDest, ulDestSize, pszSrc, 3);
+}
+
+RTS_RESULT CMUtlSafeStrNCpy(char *pszDest, RTS_SIZE ulDestSize, const char *pszSrc, RTS_SIZE ulCount) {
+    // n bytes of the source take part: the text with its terminator, or the
+    // first ulCount bytes if that is less.
+    const std::size_t length = BoundedLength(pszSrc, ulCount);
+    const std::size_t n = length < ulCount ? length + 1 : ulCount;
+    if (ulDestSize != 0) {
+        CopySmall(pszDest, pszSrc, n < ulDestSize ? n : ulDestSize);
+        pszDest[n < ulDestSize - 1 ? n : ulDestSize - 1] = 0;
+    }
+    // The verdict looks at the count, not at the source: a short source
+    // copied with a large count into a small buffer still reports 15.
+    return ulDestSize < ulCount ? ERR_BUFFERSIZE : ERR_OK;
+}
+
+RTS_RESULT CMUtlSafeStrCat(char *pszDest, RTS_SIZE ulDestSize, const char *pszSrc) {
+    const std::size_t lengthDest = std::strlen(pszDest);
+    const std::size_t lengthSrc = std::strlen(pszSrc);
+    if (ulDestSize == 0) {
+        return ERR_BUFFERSIZE;
+    }
+    if (lengthDest < ulDestSize) {
+        const std::size_t room = ulDestSize - lengthDest;
+        CopySmall(pszDest + lengthDest, pszSrc, room < lengthSrc + 1 ? room : lengthSrc + 1);
+    }
+    pszDest[ulDestSize - 1] = 0;
+    return ulDestSize < lengthDest + lengthSrc + 1 ? ERR_BUFFERSIZE : ERR_OK;
+}
+
+RTS_RESULT CMUtlvsnprintf(char *pszDest, RTS_SIZE ulDestSize, const char *pszFormat, va_list args) {
+    if (pszDest == nullptr || pszFormat == nullptr || IsNullArgList(&args, sizeof(decltype(args)))) {
+        return ERR_PARAMETER;
+    }
+    // The formatter follows the C library's vsnprintf, which leaves the same
+    // text as the Windows _vsnprintf followed by a terminator in the last
+    // byte: all of a shorter output, otherwise its first size - 1 characters.
+    // _vsnprintf reports an output of exactly `size` characters as complete,
+    // so that one counts as success although its last character gave way to
+    // the terminator. A buffer of no bytes can take nothing, not even the
+    // terminator.
+    const std::ptrdiff_t count = kestrel::cmutl::FormatV(pszDest, ulDestSize, pszFormat, args);
+    if (ulDestSize != 0) {
+        pszDest[ulDestSize - 1] = 0;
+    }
+    return count >= 0 && static_cast<std::size_t>(count) <= ulDestSize ? ERR_OK : ERR_BUFFERSIZE;
+}
+
+RTS_RESULT CMUtlsnprintf(char *pszDest, RTS_SIZE ulDestSize, const char *pszFormat, ...) {
+    if (pszDest == nullptr || pszFormat == nullptr) {
+        return ERR_PARAMETER;
+    }
+    va_list args;
+    va_start(args, pszFormat);
+    const RTS_RESULT result = CMUtlvsnprintf(pszDest, ulDestSize, pszFormat, args);
+    va_end(args);
+    return result;
+}
+
+} // extern "C"

@@ -1,0 +1,433 @@
+// The bounded printf formatter used by CMUtlvsnprintf and CMUtlsnprintf. The
+// common conversions (integers, characters, strings) are formatted directly
+// into the destination; the C library's formatter is set up only for the
+// conversions whose text it defines (floating point, pointers) and for the
+// rare formats handled whole by it.
+#include "CMUtlFormat.h"
+
+#include <climits>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <type_traits>
+#include <utility>
+
+#include "CMUtlInternal.h"
+
+namespace kestrel::cmutl {
+namespace {
+
+// Destination of the formatter with the C library's truncation rule: the
+// length keeps counting after the buffer is full.
+struct Sink {
+    char *dest;
+    std::size_t capacity; // characters that can be stored, the terminator not counted
+    std::size_t length = 0;
+
+    void Put(const char *s, std::size_t n) {
+        if (length < capacity) {
+            const std::size_t room = capacity - length;
+            CopySmall(dest + length, s, n < room ? n : room);
+        }
+        length += n;
+    }
+    void Fill(char c, std::size_t n) {
+        if (length < capacity && n != 0) {
+            const std::size_t room = capacity - length;
+            std::memset(dest + length, c, n < room ? n : room);
+        }
+        length += n;
+    }
+    void PutChar(char c) {
+        if (length < capacity) {
+            dest[length] = c;
+        }
+        ++length;
+    }
+};
+
+enum Flag : unsigned { kLeft = 1, kPlus = 2, kSpace = 4, kAlt = 8, kZero = 16 };
+
+enum class Length { None, hh, h, l, ll, j, z, t, L };
+
+struct Spec {
+    unsigned flags = 0;
+    long long width = -1;     // -1: none
+    long long precision = -1; // -1: none
+    Length length = Length::None;
+    char conversion = 0;
+};
+
+constexpr char kDigitPairs[] = "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+                               "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+                               "8081828384858687888990919293949596979899";
+
+// Writes the digits of v right-aligned ending at `end`; returns their start.
+char *Digits(std::uint64_t v, unsigned base, bool upper, char *end) {
+    char *p = end;
+    if (base == 10) {
+        while (v >= 100) {
+            const unsigned pair = static_cast<unsigned>(v % 100) * 2;
+            v /= 100;
+            *--p = kDigitPairs[pair + 1];
+            *--p = kDigitPairs[pair];
+        }
+        if (v >= 10) {
+            const unsigned pair = static_cast<unsigned>(v) * 2;
+            *--p = kDigitPairs[pair + 1];
+            *--p = kDigitPairs[pair];
+        } else {
+            *--p = static_cast<char>('0' + v);
+        }
+        return p;
+    }
+    const char *digits = upper ? "0123456789ABCDEF" : "0123456789abcdef";
+    const unsigned shift = base == 16 ? 4 : 3;
+    do {
+        *--p = digits[v & (base - 1)];
+        v >>= shift;
+    } while (v != 0);
+    return p;
+}
+
+std::size_t PadFor(const Spec &spec, std::size_t body) {
+    return spec.width > 0 && static_cast<unsigned long long>(spec.width) > body
+               ? static_cast<std::size_t>(spec.width) - body
+               : 0;
+}
+
+void PutInteger(Sink &out, const Spec &spec, std::uint64_t magnitude, bool negative) {
+    const char conv = spec.conversion;
+    const bool isSigned = conv == 'd' || conv == 'i';
+    const unsigned base = (conv == 'x' || conv == 'X') ? 16 : (conv == 'o' ? 8 : 10);
+    char buffer[24];
+    char *end = buffer + sizeof buffer;
+    char *first = end;
+    if (!(spec.precision == 0 && magnitude == 0)) {
+        first = Digits(magnitude, base, conv == 'X', end);
+    }
+    std::size_t digits = static_cast<std::size_t>(end - first);
+    std::size_t zeros =
+        spec.precision > 0 && static_cast<unsigned long long>(spec.precision) > digits
+            ? static_cast<std::size_t>(spec.precision) - digits
+            : 0;
+    if (conv == 'o' && (spec.flags & kAlt) && zeros == 0 && (digits == 0 || *first != '0')) {
+        zeros = 1; // the alternative form of octal starts with a zero
+    }
+    char prefix[2];
+    std::size_t prefixLength = 0;
+    if (isSigned) {
+        if (negative) {
+            prefix[prefixLength++] = '-';
+        } else if (spec.flags & kPlus) {
+            prefix[prefixLength++] = '+';
+        } else if (spec.flags & kSpace) {
+            prefix[prefixLength++] = ' ';
+        }
+    } else if (base == 16 && (spec.flags & kAlt) && magnitude != 0) {
+        prefix[prefixLength++] = '0';
+        prefix[prefixLength++] = conv;
+    }
+    const std::size_t pad = PadFor(spec, prefixLength + zeros + digits);
+    if (spec.flags & kLeft) {
+        out.Put(prefix, prefixLength);
+        out.Fill('0', zeros);
+        out.Put(first, digits);
+        out.Fill(' ', pad);
+    } else if ((spec.flags & kZero) && spec.precision < 0) {
+        out.Put(prefix, prefixLength);
+        out.Fill('0', pad + zeros);
+        out.Put(first, digits);
+    } else {
+        out.Fill(' ', pad);
+        out.Put(prefix, prefixLength);
+        out.Fill('0', zeros);
+        out.Put(first, digits);
+    }
+}
+
+void PutText(Sink &out, const Spec &spec, const char *text, std::size_t n) {
+    const std::size_t pad = PadFor(spec, n);
+    if (!(spec.flags & kLeft)) {
+        out.Fill(' ', pad);
+    }
+    out.Put(text, n);
+    if (spec.flags & kLeft) {
+        out.Fill(' ', pad);
+    }
+}
+
+// Rebuilds one conversion specification with '*' values resolved, for the C
+// library. The buffer holds the longest one: five flags, two numbers below
+// 2^31, a length letter and the conversion.
+void BuildSpec(const Spec &spec, char *buffer, std::size_t size) {
+    char *p = buffer;
+    *p++ = '%';
+    for (auto [flag, c] : {std::pair{kLeft, '-'}, {kPlus, '+'}, {kSpace, ' '}, {kAlt, '#'}, {kZero, '0'}}) {
+        if (spec.flags & flag) {
+            *p++ = c;
+        }
+    }
+    int n = 0;
+    if (spec.width >= 0) {
+        n = std::snprintf(p, size - static_cast<std::size_t>(p - buffer), "%lld", spec.width);
+        p += n;
+    }
+    if (spec.precision >= 0) {
+        n = std::snprintf(p, size - static_cast<std::size_t>(p - buffer), ".%lld", spec.precision);
+        p += n;
+    }
+    if (spec.length == Length::L) {
+        *p++ = 'L';
+    }
+    *p++ = spec.conversion;
+    *p = 0;
+}
+
+// Hands one conversion to the C library, writing straight into the rest of
+// the destination. Returns false when the C library reports an error.
+template <typename T> bool Delegate(Sink &out, const Spec &spec, T value) {
+    char format[64];
+    BuildSpec(spec, format, sizeof format);
+    const std::size_t room = out.length < out.capacity ? out.capacity - out.length + 1 : 0;
+    const int n = std::snprintf(room != 0 ? out.dest + out.length : nullptr, room, format, value);
+    if (n < 0) {
+        return false;
+    }
+    out.length += static_cast<std::size_t>(n);
+    return true;
+}
+
+// Parses a decimal number of a specification; returns -2 on overflow.
+long long ParseNumber(const char *&p) {
+    long long v = 0;
+    while (*p >= '0' && *p <= '9') {
+        if (v > (LLONG_MAX - 9) / 10) {
+            return -2;
+        }
+        v = v * 10 + (*p++ - '0');
+    }
+    return v;
+}
+
+enum class Step { Ok, Whole, Error };
+
+// Formats the whole output; Step::Whole asks the caller to let the C library
+// format everything, Step::Error reports an output that cannot be produced.
+Step Run(Sink &out, const char *format, va_list *ap) {
+    const char *p = format;
+    for (;;) {
+        const char *percent = std::strchr(p, '%');
+        if (percent == nullptr) {
+            out.Put(p, std::strlen(p));
+            return Step::Ok;
+        }
+        out.Put(p, static_cast<std::size_t>(percent - p));
+        p = percent + 1;
+        if (*p == '%') {
+            out.PutChar('%');
+            ++p;
+            continue;
+        }
+        Spec spec;
+        for (;; ++p) {
+            if (*p == '-') {
+                spec.flags |= kLeft;
+            } else if (*p == '+') {
+                spec.flags |= kPlus;
+            } else if (*p == ' ') {
+                spec.flags |= kSpace;
+            } else if (*p == '#') {
+                spec.flags |= kAlt;
+            } else if (*p == '0') {
+                spec.flags |= kZero;
+            } else {
+                break;
+            }
+        }
+        if (*p == '*') {
+            const int w = va_arg(*ap, int);
+            ++p;
+            if (w < 0) {
+                spec.flags |= kLeft;
+                spec.width = -static_cast<long long>(w);
+            } else {
+                spec.width = w;
+            }
+        } else if (*p >= '1' && *p <= '9') {
+            spec.width = ParseNumber(p);
+            if (*p == '$') {
+                return Step::Whole; // positional arguments
+            }
+        }
+        if (*p == '.') {
+            ++p;
+            if (*p == '*') {
+                const int prec = va_arg(*ap, int);
+                ++p;
+                spec.precision = prec < 0 ? -1 : prec;
+            } else {
+                spec.precision = ParseNumber(p);
+            }
+        }
+        if (spec.width == -2 || spec.precision == -2 || spec.width > INT_MAX || spec.precision > INT_MAX) {
+            return Step::Error; // no output of that length can be reported
+        }
+        switch (*p) {
+        case 'h':
+            spec.length = p[1] == 'h' ? Length::hh : Length::h;
+            p += p[1] == 'h' ? 2 : 1;
+            break;
+        case 'l':
+            spec.length = p[1] == 'l' ? Length::ll : Length::l;
+            p += p[1] == 'l' ? 2 : 1;
+            break;
+        case 'j':
+            spec.length = Length::j;
+            ++p;
+            break;
+        case 'z':
+            spec.length = Length::z;
+            ++p;
+            break;
+        case 't':
+            spec.length = Length::t;
+            ++p;
+            break;
+        case 'L':
+            spec.length = Length::L;
+            ++p;
+            break;
+        default:
+            break;
+        }
+        spec.conversion = *p++;
+        switch (spec.conversion) {
+        case 'd':
+        case 'i': {
+            std::int64_t v = 0;
+            switch (spec.length) {
+            case Length::None: v = va_arg(*ap, int); break;
+            case Length::hh: v = static_cast<signed char>(va_arg(*ap, int)); break;
+            case Length::h: v = static_cast<short>(va_arg(*ap, int)); break;
+            case Length::l: v = va_arg(*ap, long); break;
+            case Length::ll: v = va_arg(*ap, long long); break;
+            case Length::j: v = va_arg(*ap, std::intmax_t); break;
+            case Length::z: v = static_cast<std::make_signed_t<std::size_t>>(va_arg(*ap, std::size_t)); break;
+            case Length::t: v = va_arg(*ap, std::ptrdiff_t); break;
+            case Length::L: return Step::Whole;
+            }
+            const bool negative = v < 0;
+            const std::uint64_t magnitude = negative ? 0 - static_cast<std::uint64_t>(v) : static_cast<std::uint64_t>(v);
+            PutInteger(out, spec, magnitude, negative);
+            break;
+        }
+        case 'u':
+        case 'o':
+        case 'x':
+        case 'X': {
+            std::uint64_t v = 0;
+            switch (spec.length) {
+            case Length::None: v = va_arg(*ap, unsigned); break;
+            case Length::hh: v = static_cast<unsigned char>(va_arg(*ap, int)); break;
+            case Length::h: v = static_cast<unsigned short>(va_arg(*ap, int)); break;
+            case Length::l: v = va_arg(*ap, unsigned long); break;
+            case Length::ll: v = va_arg(*ap, unsigned long long); break;
+            case Length::j: v = va_arg(*ap, std::uintmax_t); break;
+            case Length::z: v = va_arg(*ap, std::size_t); break;
+            case Length::t: v = static_cast<std::make_unsigned_t<std::ptrdiff_t>>(va_arg(*ap, std::ptrdiff_t)); break;
+            case Length::L: return Step::Whole;
+            }
+            PutInteger(out, spec, v, false);
+            break;
+        }
+        case 'c': {
+            if (spec.length != Length::None) {
+                return Step::Whole; // wide character
+            }
+            const char c = static_cast<char>(va_arg(*ap, int));
+            if (spec.flags & kZero) {
+                // The C standard leaves '0' with %c open; the C library's answer is the one to give.
+                if (!Delegate(out, spec, static_cast<int>(static_cast<unsigned char>(c)))) {
+                    return Step::Error;
+                }
+                break;
+            }
+            PutText(out, spec, &c, 1);
+            break;
+        }
+        case 's': {
+            if (spec.length != Length::None) {
+                return Step::Whole; // wide string
+            }
+            const char *s = va_arg(*ap, const char *);
+            if (s == nullptr || (spec.flags & kZero)) {
+                // What a null string prints as, and '0' with %s, are the C library's to say.
+                if (!Delegate(out, spec, s)) {
+                    return Step::Error;
+                }
+                break;
+            }
+            const std::size_t n =
+                spec.precision >= 0 ? BoundedLength(s, static_cast<std::size_t>(spec.precision)) : std::strlen(s);
+            PutText(out, spec, s, n);
+            break;
+        }
+        case 'p':
+            if (spec.length != Length::None || !Delegate(out, spec, va_arg(*ap, void *))) {
+                return spec.length != Length::None ? Step::Whole : Step::Error;
+            }
+            break;
+        case 'f':
+        case 'F':
+        case 'e':
+        case 'E':
+        case 'g':
+        case 'G':
+        case 'a':
+        case 'A': {
+            bool ok = false;
+            if (spec.length == Length::L) {
+                ok = Delegate(out, spec, va_arg(*ap, long double));
+            } else if (spec.length == Length::None || spec.length == Length::l) {
+                spec.length = Length::None;
+                ok = Delegate(out, spec, va_arg(*ap, double));
+            } else {
+                return Step::Whole;
+            }
+            if (!ok) {
+                return Step::Error;
+            }
+            break;
+        }
+        default:
+            return Step::Whole; // %n, a flagged %%, an unknown conversion or a missing one
+        }
+    }
+}
+
+} // namespace
+
+std::ptrdiff_t FormatV(char *pszDest, std::size_t size, const char *pszFormat, va_list args) {
+    va_list ap;
+    va_copy(ap, args);
+    Sink out{pszDest, size != 0 ? size - 1 : 0};
+    const Step step = Run(out, pszFormat, &ap);
+    va_end(ap);
+    if (step == Step::Whole) {
+        va_list again;
+        va_copy(again, args);
+        const int n = std::vsnprintf(size != 0 ? pszDest : nullptr, size, pszFormat, again);
+        va_end(again);
+        return n;
+    }
+    if (size != 0) {
+        pszDest[out.length < out.capacity ? out.length : out.capacity] = 0;
+    }
+    if (step == Step::Error || out.length > static_cast<std::size_t>(INT_MAX)) {
+        return -1;
+    }
+    return static_cast<std::ptrdiff_t>(out.length);
+}
+
+} // namespace kestrel::cmutl
