@@ -1,0 +1,46 @@
+// POSIX backend of SysSem: unnamed POSIX semaphores and pthread_self.
+#include "SysSemOs.h"
+
+#include <errno.h>
+#include <pthread.h>
+#include <semaphore.h>
+
+#include <new>
+
+namespace kestrel::syssem {
+
+struct OsSemaphore {
+    sem_t sem;
+};
+
+OsSemaphore *OsSemaphoreCreate() {
+    auto *p = new (std::nothrow) OsSemaphore;
+    if (p == nullptr)
+        return nullptr;
+    if (sem_init(&p->sem, 0, 0) != 0) {
+        delete p;
+        return nullptr;
+    }
+    return p;
+}
+
+void OsSemaphoreDelete(OsSemaphore *pSem) {
+    sem_destroy(&pSem->sem);
+    delete pSem;
+}
+
+bool OsSemaphoreWait(OsSemaphore *pSem) {
+    // A signal handler may interrupt the wait; that is no reason to give up.
+    while (sem_wait(&pSem->sem) != 0) {
+        if (errno != EINTR)
+            return false;
+    }
+    return true;
+}
+
+bool OsSemaphorePost(OsSemaphore *pSem) { return sem_post(&pSem->sem) == 0; }
+
+// pthread_t is an integer on some systems and a pointer on others; the cast takes either.
+std::uintptr_t OsCurrentThread() { return (std::uintptr_t)pthread_self(); }
+
+} // namespace kestrel::syssem

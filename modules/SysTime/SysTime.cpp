@@ -1,0 +1,55 @@
+// SysTime: the monotonic clock of the runtime in milliseconds and
+// microseconds. The clock never jumps with the wall clock, so differences of
+// two readings measure elapsed time (the component manager's shut-down
+// timeout and communication-cycle interval rely on that).
+#include <chrono>
+
+#include "ModuleSupport.h"
+#include "SysTimeItf.h"
+
+namespace {
+
+kestrel::module::CmLink s_cm;
+
+std::chrono::steady_clock::duration Elapsed() {
+    // Counting from the first reading keeps the 32-bit millisecond value far
+    // from its wrap-around for the first 49 days of a run.
+    static const std::chrono::steady_clock::time_point s_start = std::chrono::steady_clock::now();
+    return std::chrono::steady_clock::now() - s_start;
+}
+
+const ExportEntry s_exports[] = {
+    RTS_EXPORT_ROW(SysTimeGetMs, "SysTimeGetMs", 0, 0),
+    RTS_EXPORT_ROW(SysTimeGetUs, "SysTimeGetUs", 0, 0),
+    RTS_EXPORT_END,
+};
+
+RTS_RESULT ExportFunctions() { return s_cm.Export(s_exports, CMPID_SysTime); }
+RTS_RESULT ImportFunctions() { return ERR_OK; }
+RTS_UI32 GetVersion() { return RTS_SYSTEM_VERSION; }
+RTS_RESULT HookFunction(RTS_UI32, RTS_UINTPTR, RTS_UINTPTR) { return ERR_OK; }
+
+} // namespace
+
+extern "C" {
+
+RTS_UI32 SysTimeGetMs(void) {
+    return static_cast<RTS_UI32>(std::chrono::duration_cast<std::chrono::milliseconds>(Elapsed()).count());
+}
+
+RTS_RESULT SysTimeGetUs(RTS_UI64 *pullUs) {
+    if (pullUs == nullptr)
+        return ERR_PARAMETER;
+    *pullUs = static_cast<RTS_UI64>(std::chrono::duration_cast<std::chrono::microseconds>(Elapsed()).count());
+    return ERR_OK;
+}
+
+RTS_RESULT SysTimeEntry(ComponentInitStruct *pInit) {
+    if (pInit == nullptr)
+        return ERR_PARAMETER;
+    s_cm.Enter(pInit, CMPID_SysTime, ExportFunctions, ImportFunctions, GetVersion, HookFunction);
+    Elapsed();
+    return ERR_OK;
+}
+
+} // extern "C"
