@@ -1,0 +1,199 @@
+// Tests of CMUtlvsnprintf and CMUtlsnprintf: the Windows _vsnprintf result
+// rule with the terminator forced into the last byte, the parameter checks,
+// and the formatted text compared with the C library's for a wide range of
+// conversions at every buffer size around the output's length.
+#include <cfloat>
+#include <climits>
+#include <cstdarg>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <string_view>
+#include <tuple>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "CMUtlItf.h"
+#include "TestBuffer.h"
+
+namespace {
+
+using kestrel::test::MarkedBuffer;
+
+struct ResultRow {
+    RTS_SIZE size;
+    const char *format;
+    int value;
+    const char *text;
+    RTS_RESULT result;
+};
+
+TEST(CMUtlsnprintf, ResultAndTerminatorRule) {
+    const ResultRow rows[] = {
+        {10, "abc", 0, "abc", ERR_OK},
+        {4, "abc", 0, "abc", ERR_OK},
+        {3, "abc", 0, "ab", ERR_OK}, // exactly `size` characters: success, last one cut
+        {2, "abc", 0, "a", ERR_BUFFERSIZE},
+        {1, "abc", 0, "", ERR_BUFFERSIZE},
+        {1, "", 0, "", ERR_OK},
+        {8, "n=%d", 42, "n=42", ERR_OK},
+        {5, "n=%d", 42, "n=42", ERR_OK},
+        {4, "n=%d", 42, "n=4", ERR_OK},
+        {3, "n=%d", 42, "n=", ERR_BUFFERSIZE},
+        {6, "%05d", -42, "-0042", ERR_OK},
+        {5, "%05d", -42, "-004", ERR_OK},
+        {4, "%05d", -42, "-00", ERR_BUFFERSIZE},
+    };
+    for (const ResultRow &row : rows) {
+        MarkedBuffer<> dest;
+        EXPECT_EQ(CMUtlsnprintf(dest.get(), row.size, row.format, row.value), row.result)
+            << row.size << " \"" << row.format << '"';
+        EXPECT_EQ(dest.Text(), row.text) << row.size << " \"" << row.format << '"';
+        // After the text: untouched bytes, then the terminator in the last byte.
+        const std::size_t end = std::strlen(row.text) + 1;
+        EXPECT_TRUE(dest.UntouchedFrom(end, row.size - 1 > end ? row.size - 1 : end));
+        EXPECT_EQ(dest.data[row.size - 1], 0);
+        EXPECT_TRUE(dest.UntouchedFrom(row.size));
+    }
+}
+
+TEST(CMUtlsnprintf, EmptyBufferTakesNothing) {
+    MarkedBuffer<> dest;
+    EXPECT_EQ(CMUtlsnprintf(dest.get(), 0, ""), ERR_OK);
+    EXPECT_EQ(CMUtlsnprintf(dest.get(), 0, "abc"), ERR_BUFFERSIZE);
+    EXPECT_EQ(CMUtlsnprintf(dest.get(), 0, "%d", 1), ERR_BUFFERSIZE);
+    EXPECT_TRUE(dest.UntouchedFrom(0));
+}
+
+// The argument list type as CMUtlvsnprintf receives it (a pointer on these
+// targets); a value-initialised one is the null list a C caller can pass.
+template <typename R, typename... A> auto ParameterTypes(R (*)(A...)) -> std::tuple<A...>;
+using ArgListParameter = std::tuple_element_t<3, decltype(ParameterTypes(&CMUtlvsnprintf))>;
+
+RTS_RESULT CallV(char *dest, RTS_SIZE size, const char *format, ...) {
+    va_list args;
+    va_start(args, format);
+    const RTS_RESULT result = CMUtlvsnprintf(dest, size, format, args);
+    va_end(args);
+    return result;
+}
+
+TEST(CMUtlvsnprintf, RejectsNullArguments) {
+    MarkedBuffer<> dest;
+    EXPECT_EQ(CallV(nullptr, 8, "x"), ERR_PARAMETER);
+    EXPECT_EQ(CallV(dest.get(), 8, nullptr), ERR_PARAMETER);
+    EXPECT_EQ(CMUtlvsnprintf(dest.get(), 8, "x", ArgListParameter{}), ERR_PARAMETER);
+    EXPECT_EQ(CMUtlsnprintf(nullptr, 8, "x"), ERR_PARAMETER);
+    EXPECT_EQ(CMUtlsnprintf(dest.get(), 8, nullptr), ERR_PARAMETER);
+    EXPECT_TRUE(dest.UntouchedFrom(0));
+    EXPECT_EQ(CallV(dest.get(), 8, "%s-%d", "v", 7), ERR_OK);
+    EXPECT_EQ(dest.Text(), "v-7");
+}
+
+// One formatting case: the C library's text is the expected one; every
+// buffer size from 0 to two past the text's length is tried.
+template <typename... A> void ExpectLikeCLibrary(const char *format, A... args) {
+    char reference[512];
+    const int length = std::snprintf(reference, sizeof reference, format, args...);
+    ASSERT_GE(length, 0) << format;
+    ASSERT_LT(static_cast<std::size_t>(length), sizeof reference) << format;
+    for (RTS_SIZE size = 0; size <= static_cast<RTS_SIZE>(length) + 2; ++size) {
+        MarkedBuffer<char, 520> dest;
+        const RTS_RESULT result = CMUtlsnprintf(dest.get(), size, format, args...);
+        ASSERT_EQ(result, static_cast<RTS_SIZE>(length) <= size ? ERR_OK : ERR_BUFFERSIZE)
+            << '"' << format << "\" size " << size;
+        if (size == 0) {
+            ASSERT_TRUE(dest.UntouchedFrom(0)) << format;
+            continue;
+        }
+        const std::size_t kept = static_cast<std::size_t>(length) < size ? static_cast<std::size_t>(length) : size - 1;
+        ASSERT_EQ(std::string_view(dest.get(), kept), std::string_view(reference, kept)) << '"' << format << "\" size " << size;
+        ASSERT_EQ(dest.data[kept], 0) << '"' << format << "\" size " << size;
+        ASSERT_EQ(dest.data[size - 1], 0);
+        ASSERT_TRUE(dest.UntouchedFrom(size)) << '"' << format << "\" size " << size;
+    }
+}
+
+TEST(CMUtlsnprintf, SignedIntegersLikeTheCLibrary) {
+    for (int v : {0, 1, -1, 7, -42, 123456, INT_MAX, INT_MIN}) {
+        for (const char *format : {"%d", "%i", "%5d", "%-5d|", "%05d", "%+d", "% d", "%+ d", "%.3d", "%.0d",
+                                   "%8.3d", "%-+8.3d|", "%+05d", "% 05d", "%05.3d", "%-05d|", "%12d", "%-012d|"}) {
+            ExpectLikeCLibrary(format, v);
+        }
+    }
+    ExpectLikeCLibrary("%ld %ld %ld", LONG_MIN, LONG_MAX, 0L);
+    ExpectLikeCLibrary("%lld %lli %+lld", LLONG_MIN, LLONG_MAX, 5LL);
+    ExpectLikeCLibrary("%hhd %hhd %hd %hd", 300, -129, 70000, -32769);
+    ExpectLikeCLibrary("%jd %jd", INTMAX_MIN, INTMAX_MAX);
+    ExpectLikeCLibrary("%zd %td %td", static_cast<std::ptrdiff_t>(-5), PTRDIFF_MIN, PTRDIFF_MAX);
+}
+
+TEST(CMUtlsnprintf, UnsignedIntegersLikeTheCLibrary) {
+    for (unsigned v : {0u, 1u, 8u, 255u, 0xDEADBEEFu, UINT_MAX}) {
+        for (const char *format : {"%u", "%o", "%x", "%X", "%#o", "%#x", "%#X", "%.0u", "%.0o", "%#.0o", "%.0x",
+                                   "%#.0x", "%#5x", "%#-8x|", "%#08x", "%08X", "%#10.4o", "%+u", "% u", "%.10x"}) {
+            ExpectLikeCLibrary(format, v);
+        }
+    }
+    ExpectLikeCLibrary("%lu %lx %lo", ULONG_MAX, ULONG_MAX, ULONG_MAX);
+    ExpectLikeCLibrary("%llu %llx %#llX", ULLONG_MAX, 0x123456789ABCDEFULL, 0xFEDCBA9876543210ULL);
+    ExpectLikeCLibrary("%hhu %hhx %hu %hx", -1, 0x1FF, -1, 0x12345);
+    ExpectLikeCLibrary("%ju %zu %zx %tu", UINTMAX_MAX, SIZE_MAX, static_cast<std::size_t>(0xABC),
+                       static_cast<std::ptrdiff_t>(-1));
+}
+
+TEST(CMUtlsnprintf, CharactersAndStringsLikeTheCLibrary) {
+    for (const char *format : {"%c", "%3c", "%-3c|"}) {
+        ExpectLikeCLibrary(format, 'A');
+        ExpectLikeCLibrary(format, 0xE4);
+    }
+    ExpectLikeCLibrary("[%c]", 0); // an embedded zero byte is output like any other
+    for (const char *format : {"%s", "%5s", "%-5s|", "%.2s", "%5.1s", "%-5.1s|", "%.0s", "%.10s", "%40s",
+                               "<cmp>%s</cmp>"}) {
+        ExpectLikeCLibrary(format, "abc");
+        ExpectLikeCLibrary(format, "");
+        ExpectLikeCLibrary(format, "a longer text of more than thirty-two characters");
+    }
+    const char unterminated[3] = {'x', 'y', 'z'};
+    ExpectLikeCLibrary("%.3s|", unterminated); // a precision bounds the read
+}
+
+TEST(CMUtlsnprintf, StarsAndPercentLikeTheCLibrary) {
+    ExpectLikeCLibrary("%*d|", 5, 42);
+    ExpectLikeCLibrary("%-*d|", 5, 42);
+    ExpectLikeCLibrary("%*d|", -5, 42); // a negative width left-aligns
+    ExpectLikeCLibrary("%.*d|", 3, 7);
+    ExpectLikeCLibrary("%.*d|", -1, 7); // a negative precision is none
+    ExpectLikeCLibrary("%*.*s|", 6, 2, "abc");
+    ExpectLikeCLibrary("%.*s|", 0, "abc");
+    ExpectLikeCLibrary("%%");
+    ExpectLikeCLibrary("100%% of %d%%", 5);
+    ExpectLikeCLibrary("no conversion at all, just a literal run of text");
+}
+
+TEST(CMUtlsnprintf, ConversionsLeftToTheCLibrary) {
+    ExpectLikeCLibrary("%f %.2f %10.3e %g %G %-12.4g| %+.1f", 3.14159, 2.5, -12345.678, 1e-5, 1e20, 0.5, 1.25);
+    ExpectLikeCLibrary("%a %A %e %E %F", 1.0, -0.1, DBL_MAX, DBL_MIN, 1.0 / 3);
+    ExpectLikeCLibrary("%lf %08.3f %#.0f", 2.0, -1.5, 3.0);
+    ExpectLikeCLibrary("%Lf %.3Le", static_cast<long double>(1) / 7, static_cast<long double>(12345.5));
+    ExpectLikeCLibrary("%*.*f|", 12, 3, 2.0 / 3);
+    int object = 0;
+    ExpectLikeCLibrary("%p %p", static_cast<void *>(&object), static_cast<void *>(nullptr));
+    ExpectLikeCLibrary("[%s]", static_cast<const char *>(nullptr));
+    ExpectLikeCLibrary("[%.3s]", static_cast<const char *>(nullptr));
+    ExpectLikeCLibrary("[%05s]", "ab");
+    ExpectLikeCLibrary("[%05c]", 'c');
+    ExpectLikeCLibrary("%2$s %1$s", "world", "hello"); // positional: the whole format goes to the C library
+}
+
+TEST(CMUtlsnprintf, MixedFormatsLikeTheCLibrary) {
+    ExpectLikeCLibrary("<cmp>%s</cmp>: error <id>0x%08x</id> in %s at %d (%5.2f%%)", "SysFile", 0x104u, "open", -17,
+                       99.5);
+    ExpectLikeCLibrary("%s%s%s%s", "$PlcLogic$", "/", "dir", "/file.txt");
+    ExpectLikeCLibrary("%-20s|%20s|%c%c%c", "left", "right", 'x', 'y', 'z');
+    ExpectLikeCLibrary("%u.%u.%u.%u", 3u, 5u, 5u, 0u);
+}
+
+} // namespace
