@@ -103,6 +103,83 @@ typedef struct CMOperationQuery_ {
     RTS_UI32 bHandled;
 } CMOperationQuery;
 
+/* IEC-callable functions of the CM: each takes one pointer to a record that
+ * holds the arguments of the C function in order and, last, the field that
+ * receives its result (named after the C function). */
+typedef struct cmaddcomponent_struct_ {
+    const ComponentInfo *pTemplate;
+    RTS_RESULT *pResult;
+    ComponentInfo *CMAddComponent;
+} cmaddcomponent_struct;
+typedef struct cmremovecomponent_struct_ {
+    ComponentInfo *pComponent;
+    RTS_RESULT CMRemoveComponent;
+} cmremovecomponent_struct;
+typedef struct cmloadcomponent_struct_ {
+    const char *pszName;
+    RTS_RESULT *pResult;
+    ComponentInfo *CMLoadComponent;
+} cmloadcomponent_struct;
+typedef struct cmunloadcomponent_struct_ {
+    ComponentInfo *pComponent;
+    RTS_RESULT CMUnloadComponent;
+} cmunloadcomponent_struct;
+/* Asks the runtime to stop (CMSetExit). */
+typedef struct cmshutdown_struct_ {
+    RTS_RESULT CMShutdown;
+} cmshutdown_struct;
+typedef struct cmutlstricmp_struct_ {
+    const char *psz1;
+    const char *psz2;
+    RTS_I32 CMUtlStrICmp;
+} cmutlstricmp_struct;
+typedef struct cmutlwstrcpy_struct_ {
+    RTS_WCHAR *pwszDest;
+    RTS_SIZE ulDestSize;
+    const RTS_WCHAR *pwszSrc;
+    RTS_RESULT CMUtlwstrcpy;
+} cmutlwstrcpy_struct;
+typedef struct cmutlsafestrcpy_struct_ {
+    char *pszDest;
+    RTS_SIZE ulDestSize;
+    const char *pszSrc;
+    RTS_RESULT CMUtlSafeStrCpy;
+} cmutlsafestrcpy_struct;
+typedef struct cmutlcwstrcpy_struct_ {
+    RTS_CWCHAR *pwszDest;
+    RTS_SIZE ulDestSize;
+    const RTS_CWCHAR *pwszSrc;
+    RTS_RESULT CMUtlcwstrcpy;
+} cmutlcwstrcpy_struct;
+typedef struct cmgetcomponentbyname_struct_ {
+    const char *pszName;
+    RTS_RESULT *pResult;
+    ComponentInfo *CMGetComponentByName;
+} cmgetcomponentbyname_struct;
+typedef struct cmexitcomponent_struct_ {
+    ComponentInfo *pComponent;
+    RTS_RESULT CMExitComponent;
+} cmexitcomponent_struct;
+typedef struct cminitcomponent_struct_ {
+    ComponentInfo *pComponent;
+    RTS_RESULT CMInitComponent;
+} cminitcomponent_struct;
+
+#define CM_SIG_CMUTLCWSTRCPY 0x09DB4923u
+
+void cmaddcomponent(cmaddcomponent_struct *p);
+void cmremovecomponent(cmremovecomponent_struct *p);
+void cmloadcomponent(cmloadcomponent_struct *p);
+void cmunloadcomponent(cmunloadcomponent_struct *p);
+void cmshutdown(cmshutdown_struct *p);
+void cmutlstricmp(cmutlstricmp_struct *p);
+void cmutlwstrcpy(cmutlwstrcpy_struct *p);
+void cmutlsafestrcpy(cmutlsafestrcpy_struct *p);
+void cmutlcwstrcpy(cmutlcwstrcpy_struct *p);
+void cmgetcomponentbyname(cmgetcomponentbyname_struct *p);
+void cmexitcomponent(cmexitcomponent_struct *p);
+void cminitcomponent(cminitcomponent_struct *p);
+
 RTS_END_C
 
 #endif
