@@ -1,0 +1,307 @@
+// Formatting of log texts and console lines (see LogFormat.h). The direct
+// formatter exists because formatting dominates the cost of LogAdd: it
+// writes straight into the ring slot and avoids the general machinery of
+// vsnprintf for the handful of conversions log texts use.
+#include "LogFormat.h"
+
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+
+namespace kestrel::cmplog {
+namespace {
+
+// Output cursor that never writes past the end and always leaves room for the terminator.
+struct Out {
+    char *p;
+    char *end; // last usable position (the terminator's place)
+    void Put(char c) {
+        if (p < end)
+            *p++ = c;
+    }
+    void Put(const char *s, std::size_t n) {
+        std::size_t room = static_cast<std::size_t>(end - p);
+        if (n > room)
+            n = room;
+        std::memcpy(p, s, n);
+        p += n;
+    }
+    void Fill(char c, int n) {
+        while (n-- > 0)
+            Put(c);
+    }
+};
+
+struct Spec {
+    bool left = false, zero = false, plus = false, space = false, alt = false;
+    int width = 0;
+    int precision = -1;
+};
+
+void PutPadded(Out &out, const Spec &spec, const char *prefix, std::size_t prefixLen, const char *digits,
+               std::size_t len) {
+    int zeros = 0;
+    if (spec.precision >= 0 && static_cast<int>(len) < spec.precision)
+        zeros = spec.precision - static_cast<int>(len);
+    int total = static_cast<int>(prefixLen + len) + zeros;
+    int pad = spec.width > total ? spec.width - total : 0;
+    if (spec.zero && !spec.left && spec.precision < 0) {
+        zeros += pad;
+        pad = 0;
+    }
+    if (!spec.left)
+        out.Fill(' ', pad);
+    out.Put(prefix, prefixLen);
+    out.Fill('0', zeros);
+    out.Put(digits, len);
+    if (spec.left)
+        out.Fill(' ', pad);
+}
+
+void PutUnsigned(Out &out, const Spec &spec, std::uint64_t v, unsigned base, bool upper, const char *prefix,
+                 std::size_t prefixLen) {
+    char digits[24];
+    char *d = digits + sizeof(digits);
+    const char *set = upper ? "0123456789ABCDEF" : "0123456789abcdef";
+    std::size_t len = 0;
+    if (v == 0 && spec.precision == 0) {
+        // "%.0u" of 0 prints nothing.
+    } else {
+        do {
+            *--d = set[v % base];
+            v /= base;
+            ++len;
+        } while (v != 0);
+    }
+    PutPadded(out, spec, prefix, prefixLen, d, len);
+}
+
+} // namespace
+
+std::size_t FormatText(char *buf, std::size_t size, const char *fmt, va_list args) {
+    if (buf == nullptr || size == 0)
+        return 0;
+    if (fmt == nullptr) {
+        buf[0] = '\0';
+        return 0;
+    }
+    va_list original;
+    va_copy(original, args);
+    Out out{buf, buf + size - 1};
+    const char *f = fmt;
+    bool fallback = false;
+    while (*f != '\0' && !fallback) {
+        if (*f != '%') {
+            const char *next = std::strchr(f, '%');
+            std::size_t n = next != nullptr ? static_cast<std::size_t>(next - f) : std::strlen(f);
+            out.Put(f, n);
+            f += n;
+            continue;
+        }
+        ++f;
+        Spec spec;
+        for (;; ++f) {
+            if (*f == '-')
+                spec.left = true;
+            else if (*f == '0')
+                spec.zero = true;
+            else if (*f == '+')
+                spec.plus = true;
+            else if (*f == ' ')
+                spec.space = true;
+            else if (*f == '#')
+                spec.alt = true;
+            else
+                break;
+        }
+        if (*f == '*') {
+            spec.width = va_arg(args, int);
+            if (spec.width < 0) {
+                spec.left = true;
+                spec.width = -spec.width;
+            }
+            ++f;
+        } else {
+            while (*f >= '0' && *f <= '9')
+                spec.width = spec.width * 10 + (*f++ - '0');
+        }
+        if (*f == '.') {
+            ++f;
+            spec.precision = 0;
+            if (*f == '*') {
+                spec.precision = va_arg(args, int);
+                ++f;
+            } else {
+                while (*f >= '0' && *f <= '9')
+                    spec.precision = spec.precision * 10 + (*f++ - '0');
+            }
+        }
+        int length = 0; // 0 int, 1 long, 2 long long, 3 size_t, 4 intmax_t, 5 ptrdiff_t, -1 short, -2 char
+        if (*f == 'h') {
+            length = f[1] == 'h' ? -2 : -1;
+            f += f[1] == 'h' ? 2 : 1;
+        } else if (*f == 'l') {
+            length = f[1] == 'l' ? 2 : 1;
+            f += f[1] == 'l' ? 2 : 1;
+        } else if (*f == 'z') {
+            length = 3;
+            ++f;
+        } else if (*f == 'j') {
+            length = 4;
+            ++f;
+        } else if (*f == 't') {
+            length = 5;
+            ++f;
+        }
+        char conv = *f;
+        if (conv != '\0')
+            ++f;
+        switch (conv) {
+        case 'd':
+        case 'i': {
+            std::int64_t v;
+            switch (length) {
+            case 1: v = va_arg(args, long); break;
+            case 2: v = va_arg(args, long long); break;
+            case 3: v = static_cast<std::int64_t>(va_arg(args, std::size_t)); break;
+            case 4: v = va_arg(args, std::intmax_t); break;
+            case 5: v = va_arg(args, std::ptrdiff_t); break;
+            case -1: v = static_cast<short>(va_arg(args, int)); break;
+            case -2: v = static_cast<signed char>(va_arg(args, int)); break;
+            default: v = va_arg(args, int); break;
+            }
+            const char *sign = v < 0 ? "-" : spec.plus ? "+" : spec.space ? " " : "";
+            std::uint64_t mag = v < 0 ? 0 - static_cast<std::uint64_t>(v) : static_cast<std::uint64_t>(v);
+            PutUnsigned(out, spec, mag, 10, false, sign, std::strlen(sign));
+            break;
+        }
+        case 'u':
+        case 'x':
+        case 'X':
+        case 'o': {
+            std::uint64_t v;
+            switch (length) {
+            case 1: v = va_arg(args, unsigned long); break;
+            case 2: v = va_arg(args, unsigned long long); break;
+            case 3: v = va_arg(args, std::size_t); break;
+            case 4: v = va_arg(args, std::uintmax_t); break;
+            case 5: v = static_cast<std::uint64_t>(va_arg(args, std::ptrdiff_t)); break;
+            case -1: v = static_cast<unsigned short>(va_arg(args, unsigned int)); break;
+            case -2: v = static_cast<unsigned char>(va_arg(args, unsigned int)); break;
+            default: v = va_arg(args, unsigned int); break;
+            }
+            unsigned base = conv == 'o' ? 8 : conv == 'u' ? 10 : 16;
+            const char *prefix = "";
+            if (spec.alt && v != 0 && conv == 'x')
+                prefix = "0x";
+            else if (spec.alt && v != 0 && conv == 'X')
+                prefix = "0X";
+            if (spec.alt && conv == 'o' && v != 0 && spec.precision < 0)
+                prefix = "0";
+            PutUnsigned(out, spec, v, base, conv == 'X', prefix, std::strlen(prefix));
+            break;
+        }
+        case 'c': {
+            if (length != 0) {
+                fallback = true; // wide characters
+                break;
+            }
+            char c = static_cast<char>(va_arg(args, int));
+            Spec s = spec;
+            s.precision = -1;
+            s.zero = false;
+            PutPadded(out, s, "", 0, &c, 1);
+            break;
+        }
+        case 's': {
+            if (length != 0) {
+                fallback = true; // wide strings
+                break;
+            }
+            const char *s = va_arg(args, const char *);
+            if (s == nullptr)
+                s = "(null)";
+            std::size_t n = 0;
+            if (spec.precision >= 0) {
+                while (n < static_cast<std::size_t>(spec.precision) && s[n] != '\0')
+                    ++n;
+            } else {
+                n = std::strlen(s);
+            }
+            Spec sp = spec;
+            sp.precision = -1;
+            sp.zero = false;
+            PutPadded(out, sp, "", 0, s, n);
+            break;
+        }
+        case 'p': {
+            void *p = va_arg(args, void *);
+            Spec sp = spec;
+            sp.zero = false;
+            PutUnsigned(out, sp, reinterpret_cast<std::uintptr_t>(p), 16, false, "0x", 2);
+            break;
+        }
+        case '%':
+            out.Put('%');
+            break;
+        default:
+            fallback = true;
+            break;
+        }
+    }
+    std::size_t written;
+    if (fallback) {
+        int n = std::vsnprintf(buf, size, fmt, original);
+        written = n < 0 ? 0 : (static_cast<std::size_t>(n) < size ? static_cast<std::size_t>(n) : size - 1);
+        if (n < 0)
+            buf[0] = '\0';
+    } else {
+        *out.p = '\0';
+        written = static_cast<std::size_t>(out.p - buf);
+    }
+    va_end(original);
+    return written;
+}
+
+std::size_t FormatConsoleLine(char *buf, std::size_t size, const LogEntry &entry, RTS_UI32 ulMsOfDay) {
+    if (buf == nullptr || size == 0)
+        return 0;
+    const char *level;
+    switch (entry.classId) {
+    case LOG_INFO: level = "INFO "; break;
+    case LOG_WARNING: level = "WARN "; break;
+    case LOG_ERROR: level = "ERROR"; break;
+    case LOG_EXCEPTION: level = "EXCPT"; break;
+    case LOG_DEBUG: level = "DEBUG"; break;
+    default: level = "     "; break;
+    }
+    unsigned ms = ulMsOfDay % 86400000u;
+    int n = std::snprintf(buf, size, "%02u:%02u:%02u.%03u %s ", ms / 3600000u, ms / 60000u % 60u, ms / 1000u % 60u,
+                          ms % 1000u, level);
+    if (n < 0) {
+        buf[0] = '\0';
+        return 0;
+    }
+    Out out{buf + (static_cast<std::size_t>(n) < size ? n : size - 1), buf + size - 1};
+    // Copy the text without markup tags: "<" + optional "/" + lower-case letters + ">".
+    const char *t = entry.infoText;
+    while (*t != '\0') {
+        if (*t == '<') {
+            const char *q = t + 1;
+            if (*q == '/')
+                ++q;
+            const char *name = q;
+            while (*q >= 'a' && *q <= 'z')
+                ++q;
+            if (q > name && *q == '>') {
+                t = q + 1;
+                continue;
+            }
+        }
+        out.Put(*t++);
+    }
+    *out.p = '\0';
+    return static_cast<std::size_t>(out.p - buf);
+}
+
+} // namespace kestrel::cmplog
