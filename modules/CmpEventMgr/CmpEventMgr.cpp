@@ -6,8 +6,8 @@
 // An event lives while anybody holds it: EventCreate and EventOpen each take
 // a reference, EventDelete and EventClose each give one back, and the last
 // one frees the event with its callbacks. Creating an event that exists
-// (for example one a listener opened first... or a second provider) hands out
-// the existing event. Event records come from SysMem under "CmpEventMgr" when
+// (a second provider, or a provider started again) hands out
+// the existing event with one more reference. Event records come from SysMem under "CmpEventMgr" when
 // it is there, so that events nobody deletes show up in its leak report.
 #include <cstdlib>
 #include <mutex>
@@ -147,9 +147,11 @@ RTS_RESULT ImportFunctions() {
 
 RTS_UI32 GetVersion() { return RTS_SYSTEM_VERSION; }
 
-RTS_RESULT HookFunction(RTS_UI32 ulHook, RTS_UINTPTR, RTS_UINTPTR) {
+RTS_RESULT HookFunction(RTS_UI32 ulHook, RTS_UINTPTR ulParam1, RTS_UINTPTR) {
     if (ulHook == CH_EXIT)
         DeleteAll();
+    if (ulHook == CH_COMPONENT_EXIT && kestrel::module::IsLeaving(ulParam1, "CmpLog"))
+        s_pfLogAdd = nullptr;
     return ERR_OK;
 }
 

@@ -25,6 +25,7 @@
 //   Logger.N.Path         directory of the log file (default: none)
 //   Logger.N.Backend.M.ClassId  backend classes, M = 0, 1, ... (N=0 default: 260)
 #include <cstdarg>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
@@ -54,6 +55,7 @@ kestrel::module::CmLink s_cm;
 decltype(&SysOutVPrintf) s_pfSysOutVPrintf = nullptr;
 decltype(&SettgGetIntValue) s_pfSettgGetIntValue = nullptr;
 decltype(&SettgGetStringValue) s_pfSettgGetStringValue = nullptr;
+bool s_bSysOutGone = false; // SysOut was there and has been unloaded
 
 void ConsoleLine(const char *pszLine);
 void ReleaseBackend(const Backend &backend);
@@ -83,12 +85,18 @@ State &GetState() {
     return s_state;
 }
 
+// The console goes through SysOut; once SysOut has been unloaded (it goes
+// before the logger at shut-down) the last lines go to standard output
+// directly, so that the leak report of the final hook is still seen.
 void ConsoleText(const char *pszFormat, ...) {
-    if (s_pfSysOutVPrintf == nullptr)
-        return;
     va_list args;
     va_start(args, pszFormat);
-    s_pfSysOutVPrintf(pszFormat, args);
+    if (s_pfSysOutVPrintf != nullptr) {
+        s_pfSysOutVPrintf(pszFormat, args);
+    } else if (s_bSysOutGone) {
+        std::vfprintf(stdout, pszFormat, args);
+        std::fflush(stdout);
+    }
     va_end(args);
 }
 
@@ -284,6 +292,7 @@ const ExportEntry s_exports[] = {
 RTS_RESULT ExportFunctions() { return s_cm.Export(s_exports, CMPID_CmpLog); }
 
 RTS_RESULT ImportFunctions() {
+    s_bSysOutGone = false;
     s_cm.Import("SysOutVPrintf", s_pfSysOutVPrintf);
     s_cm.Import("SettgGetIntValue", s_pfSettgGetIntValue);
     s_cm.Import("SettgGetStringValue", s_pfSettgGetStringValue);
@@ -292,8 +301,16 @@ RTS_RESULT ImportFunctions() {
 
 RTS_UI32 GetVersion() { return RTS_SYSTEM_VERSION; }
 
-RTS_RESULT HookFunction(RTS_UI32 ulHook, RTS_UINTPTR, RTS_UINTPTR) {
+RTS_RESULT HookFunction(RTS_UI32 ulHook, RTS_UINTPTR ulParam1, RTS_UINTPTR) {
     try {
+        if (ulHook == CH_COMPONENT_EXIT && kestrel::module::IsLeaving(ulParam1, "SysOut")) {
+            s_bSysOutGone = s_pfSysOutVPrintf != nullptr;
+            s_pfSysOutVPrintf = nullptr;
+        }
+        if (ulHook == CH_COMPONENT_EXIT && kestrel::module::IsLeaving(ulParam1, "CmpSettings")) {
+            s_pfSettgGetIntValue = nullptr;
+            s_pfSettgGetStringValue = nullptr;
+        }
         if (ulHook == CH_INIT_SYSTEM)
             ApplySettings();
         else if (ulHook == CH_EXIT2)

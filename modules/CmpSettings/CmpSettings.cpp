@@ -180,7 +180,11 @@ RTS_RESULT ImportFunctions() {
 }
 
 RTS_UI32 GetVersion() { return RTS_SYSTEM_VERSION; }
-RTS_RESULT HookFunction(RTS_UI32, RTS_UINTPTR, RTS_UINTPTR) { return ERR_OK; }
+RTS_RESULT HookFunction(RTS_UI32 ulHook, RTS_UINTPTR ulParam1, RTS_UINTPTR) {
+    if (ulHook == CH_COMPONENT_EXIT && kestrel::module::IsLeaving(ulParam1, "CmpLog"))
+        s_pfLogAdd = nullptr;
+    return ERR_OK;
+}
 
 } // namespace
 

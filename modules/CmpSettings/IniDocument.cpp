@@ -53,7 +53,7 @@ void IniDocument::Clear() {
 
 IniDocument::Line IniDocument::ParseLine(std::string_view text, const std::string &currentSection, bool *pHasSection,
                                          std::string *pProblem) const {
-    Line line{std::string(text), Kind::Blank, {}, {}, {}, 0};
+    Line line{std::string(text), Kind::Blank, {}, {}, {}, 0, false};
     std::string_view t = Trim(text);
     if (t.empty())
         return line;
@@ -130,7 +130,8 @@ void IniDocument::Parse(std::string_view text, std::vector<IniProblem> *pProblem
         std::size_t end = text.find('\n');
         std::string_view raw = end == std::string_view::npos ? text : text.substr(0, end);
         text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
-        if (!raw.empty() && raw.back() == '\r')
+        bool cr = end != std::string_view::npos && !raw.empty() && raw.back() == '\r';
+        if (cr)
             raw.remove_suffix(1);
         ++number;
         std::string problem;
@@ -145,6 +146,7 @@ void IniDocument::Parse(std::string_view text, std::vector<IniProblem> *pProblem
         }
         if (!problem.empty() && pProblems != nullptr)
             pProblems->push_back(IniProblem{number, problem});
+        line.cr = cr;
         lines_.push_back(std::move(line));
     }
 }
@@ -194,14 +196,16 @@ bool IniDocument::Set(std::string_view section, std::string_view key, std::strin
     }
     Line line{std::string(key) + "=" + std::string(value), Kind::Key, {}, std::string(key), std::string(value),
               key.size() + 1};
+    line.cr = crlf_;
     finalBreak_ = true; // a file that lacked its last line break gets one with the new lines
     if (found) {
         line.section = sectionName;
         lines_.insert(lines_.begin() + static_cast<std::ptrdiff_t>(insertAt), std::move(line));
     } else {
         if (!lines_.empty() && lines_.back().kind != Kind::Blank)
-            lines_.push_back(Line{"", Kind::Blank, {}, {}, {}, 0});
-        lines_.push_back(Line{"[" + std::string(section) + "]", Kind::Section, std::string(section), {}, {}, 0});
+            lines_.push_back(Line{"", Kind::Blank, {}, {}, {}, 0, crlf_});
+        lines_.push_back(
+            Line{"[" + std::string(section) + "]", Kind::Section, std::string(section), {}, {}, 0, crlf_});
         line.section = std::string(section);
         lines_.push_back(std::move(line));
     }
@@ -225,7 +229,6 @@ bool IniDocument::Remove(std::string_view section, std::string_view key) {
 }
 
 std::string IniDocument::Serialize() const {
-    const char *eol = crlf_ ? "\r\n" : "\n";
     std::string out;
     if (bom_)
         out += "\xEF\xBB\xBF";
@@ -233,7 +236,7 @@ std::string IniDocument::Serialize() const {
         out += lines_[i].text;
         // The last line keeps its missing line break, unless lines were added.
         if (i + 1 < lines_.size() || finalBreak_)
-            out += eol;
+            out += lines_[i].cr ? "\r\n" : "\n";
     }
     return out;
 }

@@ -41,8 +41,9 @@ class IniDocument {
     // Removes every line of the key in that section; false when there is none.
     bool Remove(std::string_view section, std::string_view key);
 
-    // The text to write back: the original lines with the changes, the
-    // original line ending and byte-order mark.
+    // The text to write back: the original lines with the changes, each
+    // line with its own line ending, and the byte-order mark. A document
+    // that was not changed gives back exactly the parsed text.
     std::string Serialize() const;
 
     std::size_t LineCount() const { return lines_.size(); }
@@ -56,6 +57,7 @@ class IniDocument {
         std::string key;     // Key: the name as written
         std::string value;   // Key: the value, blanks removed
         std::size_t valueAt; // Key: where the value starts in text
+        bool cr = false;     // the line ended in CRLF
     };
 
     static std::string Fold(std::string_view s);
@@ -67,7 +69,7 @@ class IniDocument {
     std::vector<Line> lines_;
     std::unordered_map<std::string, std::size_t> index_; // folded "section\nkey" -> first key line
     bool bom_ = false;
-    bool crlf_ = false;      // the file's first line ended in CRLF
+    bool crlf_ = false;      // the file's first line ended in CRLF: new lines get CRLF too
     bool finalBreak_ = true; // the file ended with a line break
 };
 

@@ -48,7 +48,9 @@ RTS_RESULT ImportFunctions() {
 
 RTS_UI32 GetVersion() { return RTS_SYSTEM_VERSION; }
 
-RTS_RESULT HookFunction(RTS_UI32 ulHook, RTS_UINTPTR, RTS_UINTPTR) {
+RTS_RESULT HookFunction(RTS_UI32 ulHook, RTS_UINTPTR ulParam1, RTS_UINTPTR) {
+    if (ulHook == CH_COMPONENT_EXIT && kestrel::module::IsLeaving(ulParam1, "CmpLog"))
+        s_pfLogAdd = nullptr;
     // The handlers point into this module: they go with the last hook, before
     // the module can be unloaded.
     if (ulHook == CH_EXIT_FINAL)

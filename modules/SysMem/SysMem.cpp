@@ -134,8 +134,16 @@ RTS_RESULT ImportFunctions() {
 
 RTS_UI32 GetVersion() { return RTS_SYSTEM_VERSION; }
 
-RTS_RESULT HookFunction(RTS_UI32 ulHook, RTS_UINTPTR, RTS_UINTPTR) {
+RTS_RESULT HookFunction(RTS_UI32 ulHook, RTS_UINTPTR ulParam1, RTS_UINTPTR) {
     switch (ulHook) {
+    case CH_COMPONENT_EXIT:
+        if (kestrel::module::IsLeaving(ulParam1, "CmpLog"))
+            s_pfLogAdd = nullptr;
+        if (kestrel::module::IsLeaving(ulParam1, "CmpSettings")) {
+            s_pfSettgGetIntValue = nullptr;
+            s_pfSettgGetStringValue = nullptr;
+        }
+        break;
     case CH_INIT_SYSTEM:
         ReadSettings();
         break;

@@ -52,4 +52,16 @@ struct CmLink {
     }
 };
 
+// Hook CH_COMPONENT_EXIT names a component that is going away. A module
+// clears the slots it imported from that component, since the functions
+// will be unloaded with it; this tells whether the hook is about pszProvider.
+inline bool IsLeaving(RTS_UINTPTR ulParam1, const char *pszProvider) {
+    const char *pszName = reinterpret_cast<const char *>(ulParam1);
+    if (pszName == nullptr)
+        return false;
+    for (; *pszName != '\0' && *pszName == *pszProvider; ++pszName, ++pszProvider) {
+    }
+    return *pszName == *pszProvider;
+}
+
 } // namespace kestrel::module
