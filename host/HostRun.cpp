@@ -61,6 +61,17 @@ RTS_UI32 FailRun(const char *pszReason) {
     return HostReportStatus(kStateStopped);
 }
 
+// Opening alone is not enough: a directory opens but cannot be read.
+bool ConfigReadable(const std::string &configPath) {
+    std::FILE *file = std::fopen(configPath.c_str(), "r");
+    if (file == nullptr)
+        return false;
+    std::fgetc(file);
+    bool bReadable = std::ferror(file) == 0;
+    std::fclose(file);
+    return bReadable;
+}
+
 void LogConfigFile(const std::string &configPath) {
     HostLog(std::string(74, '-').c_str());
     HostLogf("%s Service started", HostGetState().serviceName);
@@ -68,11 +79,8 @@ void LogConfigFile(const std::string &configPath) {
     HostLog(configPath.c_str()); // a text, never a format: the name may hold '%'
     if (HostConfigNameHasPercent(configPath))
         HostLog("*** Config file name contains '%': it is used exactly as written");
-    std::FILE *file = std::fopen(configPath.c_str(), "r");
-    if (file == nullptr)
+    if (!ConfigReadable(configPath))
         HostLog("*** Config file cannot be opened!");
-    else
-        std::fclose(file);
 }
 
 // The loop ends on a key, an exit request or an exception in a pass;
