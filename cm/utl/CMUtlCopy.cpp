@@ -2,12 +2,16 @@
 // size counts the whole destination including the terminator.
 #include <cstring>
 
+#include "CMUtlBlock.h"
 #include "CMUtlFormat.h"
 #include "CMUtlInternal.h"
 #include "CMUtlItf.h"
 
+using kestrel::cmutl::BlockInOnePage;
 using kestrel::cmutl::BoundedLength;
 using kestrel::cmutl::CopySmall;
+using kestrel::cmutl::FirstZero;
+using kestrel::cmutl::LoadBlock;
 
 namespace {
 
@@ -34,17 +38,36 @@ RTS_RESULT CMUtlSafeStrCpy2(char *pszDest, RTS_SIZE ulDestSize, const char *pszS
     if (pszDest == nullptr || pszSrc == nullptr || ulDestSize == 0) {
         return ERR_PARAMETER;
     }
-    // Only the first ulDestSize bytes of the source matter: either its
-    // terminator lies among them, or the copy is cut.
-    const std::size_t length = BoundedLength(pszSrc, ulDestSize);
-    if (length < ulDestSize) {
-        CopySmall(pszDest, pszSrc, length + 1);
-        pszDest[ulDestSize - 1] = 0;
-        return ERR_OK;
+    const auto *src = reinterpret_cast<const unsigned char *>(pszSrc);
+    auto *dest = reinterpret_cast<unsigned char *>(pszDest);
+    // The first bytes go in whole blocks while the destination has room for
+    // them: one pass finds the terminator and copies. Names and keys end
+    // within them.
+    constexpr std::size_t kBlock = 16;
+    constexpr std::size_t kBlockedPart = 32;
+    std::size_t i = 0;
+    while (i < kBlockedPart && i + kBlock <= ulDestSize && BlockInOnePage<kBlock>(src + i)) {
+        unsigned char block[kBlock];
+        LoadBlock(src + i, block);
+        const unsigned k = FirstZero(block);
+        if (k != kBlock) {
+            CopySmall(dest + i, block, k + 1);
+            pszDest[ulDestSize - 1] = 0;
+            return ERR_OK;
+        }
+        std::memcpy(dest + i, block, kBlock);
+        i += kBlock;
     }
-    CopySmall(pszDest, pszSrc, ulDestSize);
+    // The rest (a long text, the end of the destination or of a page): only
+    // the bytes up to the destination's end matter, either the terminator
+    // lies among them or the copy is cut. memchr and memcpy are the C
+    // library's widest loops for that.
+    const std::size_t rest = ulDestSize - i;
+    const std::size_t length = BoundedLength(pszSrc + i, rest);
+    const std::size_t n = length < rest ? length + 1 : rest;
+    CopySmall(dest + i, src + i, n);
     pszDest[ulDestSize - 1] = 0;
-    return ERR_BUFFERSIZE;
+    return length < rest ? ERR_OK : ERR_BUFFERSIZE;
 }
 
 RTS_RESULT CMUtlSafeStrCpy(char *pszDest, RTS_SIZE ulDestSize, const char *pszSrc) {

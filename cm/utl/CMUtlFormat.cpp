@@ -107,10 +107,9 @@ void PutInteger(Sink &out, const Spec &spec, std::uint64_t magnitude, bool negat
         first = Digits(magnitude, base, conv == 'X', end);
     }
     std::size_t digits = static_cast<std::size_t>(end - first);
-    std::size_t zeros =
-        spec.precision > 0 && static_cast<unsigned long long>(spec.precision) > digits
-            ? static_cast<std::size_t>(spec.precision) - digits
-            : 0;
+    std::size_t zeros = spec.precision > 0 && static_cast<unsigned long long>(spec.precision) > digits
+                            ? static_cast<std::size_t>(spec.precision) - digits
+                            : 0;
     if (conv == 'o' && (spec.flags & kAlt) && zeros == 0 && (digits == 0 || *first != '0')) {
         zeros = 1; // the alternative form of octal starts with a zero
     }
@@ -160,7 +159,7 @@ void PutText(Sink &out, const Spec &spec, const char *text, std::size_t n) {
 // Rebuilds one conversion specification with '*' values resolved, for the C
 // library. The buffer holds the longest one: five flags, two numbers below
 // 2^31, a length letter and the conversion.
-void BuildSpec(const Spec &spec, char *buffer, std::size_t size) {
+void BuildSpec(const Spec &spec, char *buffer) {
     char *p = buffer;
     *p++ = '%';
     for (auto [flag, c] : {std::pair{kLeft, '-'}, {kPlus, '+'}, {kSpace, ' '}, {kAlt, '#'}, {kZero, '0'}}) {
@@ -168,14 +167,20 @@ void BuildSpec(const Spec &spec, char *buffer, std::size_t size) {
             *p++ = c;
         }
     }
-    int n = 0;
+    const auto putNumber = [&p](long long v) {
+        char digits[24];
+        char *end = digits + sizeof digits;
+        char *first = Digits(static_cast<std::uint64_t>(v), 10, false, end);
+        while (first != end) {
+            *p++ = *first++;
+        }
+    };
     if (spec.width >= 0) {
-        n = std::snprintf(p, size - static_cast<std::size_t>(p - buffer), "%lld", spec.width);
-        p += n;
+        putNumber(spec.width);
     }
     if (spec.precision >= 0) {
-        n = std::snprintf(p, size - static_cast<std::size_t>(p - buffer), ".%lld", spec.precision);
-        p += n;
+        *p++ = '.';
+        putNumber(spec.precision);
     }
     if (spec.length == Length::L) {
         *p++ = 'L';
@@ -188,7 +193,7 @@ void BuildSpec(const Spec &spec, char *buffer, std::size_t size) {
 // the destination. Returns false when the C library reports an error.
 template <typename T> bool Delegate(Sink &out, const Spec &spec, T value) {
     char format[64];
-    BuildSpec(spec, format, sizeof format);
+    BuildSpec(spec, format);
     const std::size_t room = out.length < out.capacity ? out.capacity - out.length + 1 : 0;
     const int n = std::snprintf(room != 0 ? out.dest + out.length : nullptr, room, format, value);
     if (n < 0) {
@@ -307,18 +312,36 @@ Step Run(Sink &out, const char *format, va_list *ap) {
         case 'i': {
             std::int64_t v = 0;
             switch (spec.length) {
-            case Length::None: v = va_arg(*ap, int); break;
-            case Length::hh: v = static_cast<signed char>(va_arg(*ap, int)); break;
-            case Length::h: v = static_cast<short>(va_arg(*ap, int)); break;
-            case Length::l: v = va_arg(*ap, long); break;
-            case Length::ll: v = va_arg(*ap, long long); break;
-            case Length::j: v = va_arg(*ap, std::intmax_t); break;
-            case Length::z: v = static_cast<std::make_signed_t<std::size_t>>(va_arg(*ap, std::size_t)); break;
-            case Length::t: v = va_arg(*ap, std::ptrdiff_t); break;
-            case Length::L: return Step::Whole;
+            case Length::None:
+                v = va_arg(*ap, int);
+                break;
+            case Length::hh:
+                v = static_cast<signed char>(va_arg(*ap, int));
+                break;
+            case Length::h:
+                v = static_cast<short>(va_arg(*ap, int));
+                break;
+            case Length::l:
+                v = va_arg(*ap, long);
+                break;
+            case Length::ll:
+                v = va_arg(*ap, long long);
+                break;
+            case Length::j:
+                v = va_arg(*ap, std::intmax_t);
+                break;
+            case Length::z:
+                v = static_cast<std::make_signed_t<std::size_t>>(va_arg(*ap, std::size_t));
+                break;
+            case Length::t:
+                v = va_arg(*ap, std::ptrdiff_t);
+                break;
+            case Length::L:
+                return Step::Whole;
             }
             const bool negative = v < 0;
-            const std::uint64_t magnitude = negative ? 0 - static_cast<std::uint64_t>(v) : static_cast<std::uint64_t>(v);
+            const std::uint64_t magnitude =
+                negative ? 0 - static_cast<std::uint64_t>(v) : static_cast<std::uint64_t>(v);
             PutInteger(out, spec, magnitude, negative);
             break;
         }
@@ -328,15 +351,32 @@ Step Run(Sink &out, const char *format, va_list *ap) {
         case 'X': {
             std::uint64_t v = 0;
             switch (spec.length) {
-            case Length::None: v = va_arg(*ap, unsigned); break;
-            case Length::hh: v = static_cast<unsigned char>(va_arg(*ap, int)); break;
-            case Length::h: v = static_cast<unsigned short>(va_arg(*ap, int)); break;
-            case Length::l: v = va_arg(*ap, unsigned long); break;
-            case Length::ll: v = va_arg(*ap, unsigned long long); break;
-            case Length::j: v = va_arg(*ap, std::uintmax_t); break;
-            case Length::z: v = va_arg(*ap, std::size_t); break;
-            case Length::t: v = static_cast<std::make_unsigned_t<std::ptrdiff_t>>(va_arg(*ap, std::ptrdiff_t)); break;
-            case Length::L: return Step::Whole;
+            case Length::None:
+                v = va_arg(*ap, unsigned);
+                break;
+            case Length::hh:
+                v = static_cast<unsigned char>(va_arg(*ap, int));
+                break;
+            case Length::h:
+                v = static_cast<unsigned short>(va_arg(*ap, int));
+                break;
+            case Length::l:
+                v = va_arg(*ap, unsigned long);
+                break;
+            case Length::ll:
+                v = va_arg(*ap, unsigned long long);
+                break;
+            case Length::j:
+                v = va_arg(*ap, std::uintmax_t);
+                break;
+            case Length::z:
+                v = va_arg(*ap, std::size_t);
+                break;
+            case Length::t:
+                v = static_cast<std::make_unsigned_t<std::ptrdiff_t>>(va_arg(*ap, std::ptrdiff_t));
+                break;
+            case Length::L:
+                return Step::Whole;
             }
             PutInteger(out, spec, v, false);
             break;

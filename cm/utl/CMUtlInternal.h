@@ -29,8 +29,12 @@ inline constexpr std::array<unsigned char, 256> kToUpper = [] {
     return t;
 }();
 
-inline unsigned char ToLower(unsigned char c) { return kToLower[c]; }
-inline unsigned char ToUpper(unsigned char c) { return kToUpper[c]; }
+inline unsigned char ToLower(unsigned char c) {
+    return kToLower[c];
+}
+inline unsigned char ToUpper(unsigned char c) {
+    return kToUpper[c];
+}
 
 // Length of a string known to be at most `limit` bytes long, or `limit` when
 // no terminator lies in the first `limit` bytes. memchr stops at the first

@@ -3,52 +3,25 @@
 // length and the checked memory copy. Case mapping is the C locale's.
 #include <cstring>
 
+#include "CMUtlBlock.h"
 #include "CMUtlInternal.h"
 #include "CMUtlItf.h"
 
+using kestrel::cmutl::BlockMask;
+using kestrel::cmutl::CaseEvents;
+using kestrel::cmutl::PageRoom;
 using kestrel::cmutl::ToLower;
 using kestrel::cmutl::ToUpper;
 
 namespace {
 
-using Word = std::uint64_t;
-constexpr Word kOnes = ~Word{0} / 0xFF; // 0x0101...01
-constexpr Word kHighs = kOnes * 0x80;   // 0x8080...80
-
-// Lower-cases the ASCII capitals of eight bytes at once and leaves every other
-// byte alone, exactly as the C locale's tolower does byte by byte. Working on
-// the low seven bits keeps the per-byte additions from carrying into the next
-// byte; the high bit of the original byte then rules out 0x80..0xFF.
-inline Word FoldWord(Word x) {
-    const Word low7 = x & ~kHighs;
-    const Word aboveZ = low7 + kOnes * (0x7F - 'Z'); // high bit set where low7 > 'Z'
-    const Word atLeastA = low7 + kOnes * (0x80 - 'A'); // high bit set where low7 >= 'A'
-    const Word upper = atLeastA & ~aboveZ & ~x & kHighs;
-    return x | (upper >> 2); // 0x80 >> 2 == 0x20, the case bit
-}
-
-// Compares n bytes of two strings case-insensitively; both are known to hold
-// at least n bytes. Returns the difference of the first differing lower-cased
-// bytes, or 0.
-inline int CompareFolded(const unsigned char *a, const unsigned char *b, std::size_t n) {
-    std::size_t i = 0;
-    for (; i + 2 * sizeof(Word) <= n; i += 2 * sizeof(Word)) {
-        Word a0, a1, b0, b1;
-        std::memcpy(&a0, a + i, sizeof a0);
-        std::memcpy(&a1, a + i + sizeof(Word), sizeof a1);
-        std::memcpy(&b0, b + i, sizeof b0);
-        std::memcpy(&b1, b + i + sizeof(Word), sizeof b1);
-        if (((a0 ^ b0) | (a1 ^ b1)) != 0 && ((FoldWord(a0) ^ FoldWord(b0)) | (FoldWord(a1) ^ FoldWord(b1))) != 0) {
-            break; // the byte loop below finds the difference
-        }
+// The outcome of a case-insensitive comparison at the first position where
+// the strings differ or one of them ends.
+inline RTS_I32 Verdict(unsigned char ca, unsigned char cb) {
+    if (ca == 0 || cb == 0) {
+        return ca == cb ? 0 : (ca == 0 ? -1 : 1);
     }
-    for (; i < n; ++i) {
-        const int d = ToLower(a[i]) - ToLower(b[i]);
-        if (d != 0) {
-            return d;
-        }
-    }
-    return 0;
+    return ToLower(ca) - ToLower(cb);
 }
 
 } // namespace
@@ -96,32 +69,31 @@ RTS_I32 CMUtlStrICmp(const char *psz1, const char *psz2) {
     }
     const auto *a = reinterpret_cast<const unsigned char *>(psz1);
     const auto *b = reinterpret_cast<const unsigned char *>(psz2);
-    // Short strings are cheapest byte by byte; names and keys mostly end or
-    // differ within the first few bytes.
-    constexpr std::size_t kHead = 16;
+    // Names looked up in a table mostly differ in their first byte.
+    if (a[0] == 0 || ToLower(a[0]) != ToLower(b[0])) {
+        return Verdict(a[0], b[0]);
+    }
+    constexpr std::size_t kStep = 16;
     std::size_t i = 0;
-    for (; i < kHead; ++i) {
-        const unsigned char ca = a[i];
-        const unsigned char cb = b[i];
-        if (ca == 0 || cb == 0) {
-            return ca == cb ? 0 : (ca == 0 ? -1 : 1);
+    for (;;) {
+        // Whole blocks up to the nearer of the two page ends.
+        const std::size_t roomA = PageRoom(a + i);
+        const std::size_t roomB = PageRoom(b + i);
+        const std::size_t limit = i + (roomA < roomB ? roomA : roomB);
+        while (i + kStep <= limit) {
+            const BlockMask events = CaseEvents(a + i, b + i);
+            if (events.Any()) {
+                i += events.First();
+                return Verdict(a[i], b[i]);
+            }
+            i += kStep;
         }
-        const int d = ToLower(ca) - ToLower(cb);
-        if (d != 0) {
-            return d;
+        // Across a page end a byte at a time.
+        if (a[i] == 0 || ToLower(a[i]) != ToLower(b[i])) {
+            return Verdict(a[i], b[i]);
         }
+        ++i;
     }
-    // Longer strings: measure the common part, then compare it a word at a
-    // time. Only bytes up to each string's terminator are read.
-    const std::size_t la = i + std::strlen(psz1 + i);
-    const std::size_t common = i + kestrel::cmutl::BoundedLength(psz2 + i, la - i);
-    const int d = CompareFolded(a + i, b + i, common - i);
-    if (d != 0) {
-        return d;
-    }
-    const unsigned char ca = a[common];
-    const unsigned char cb = b[common];
-    return ca == cb ? 0 : (ca == 0 ? -1 : 1);
 }
 
 RTS_I32 CMUtlStrNICmp(const char *psz1, const char *psz2, RTS_SIZE n) {
@@ -181,11 +153,17 @@ char *CMUtlStrToUpper(char *psz) {
     return psz;
 }
 
-char *CMUtlStrlwr(char *psz) { return psz == nullptr ? nullptr : CMUtlStrToLower(psz); }
+char *CMUtlStrlwr(char *psz) {
+    return psz == nullptr ? nullptr : CMUtlStrToLower(psz);
+}
 
-char *CMUtlStrupr(char *psz) { return psz == nullptr ? nullptr : CMUtlStrToUpper(psz); }
+char *CMUtlStrupr(char *psz) {
+    return psz == nullptr ? nullptr : CMUtlStrToUpper(psz);
+}
 
-RTS_SIZE CMUtlStrLen(const char *psz) { return psz == nullptr ? 0 : std::strlen(psz); }
+RTS_SIZE CMUtlStrLen(const char *psz) {
+    return psz == nullptr ? 0 : std::strlen(psz);
+}
 
 RTS_RESULT CMUtlSafeMemCpy(void *pDest, RTS_SIZE ulDestSize, const void *pSrc, RTS_SIZE ulCount) {
     if (pDest == nullptr || pSrc == nullptr || ulDestSize < ulCount) {

@@ -110,8 +110,8 @@ RTS_RESULT CMUtlGUIDToString(const RTS_GUID *pGuid, char *pszBuffer, RTS_SIZE ul
     return ERR_OK;
 }
 
-RTS_SIZE CMUtlBinarySearch_UI32(const void *pBase, RTS_SIZE ulTotalBytes, RTS_SIZE ulElementSize,
-                                RTS_SIZE ulKeyOffset, RTS_SIZE ulFirstIndex, RTS_UI32 ulKey, RTS_RESULT *pResult) {
+RTS_SIZE CMUtlBinarySearch_UI32(const void *pBase, RTS_SIZE ulTotalBytes, RTS_SIZE ulElementSize, RTS_SIZE ulKeyOffset,
+                                RTS_SIZE ulFirstIndex, RTS_UI32 ulKey, RTS_RESULT *pResult) {
     if (pBase == nullptr || ulElementSize == 0 || ulElementSize > ulTotalBytes || ulKeyOffset >= ulElementSize) {
         SetResult(pResult, ERR_PARAMETER);
         return kNotFound;

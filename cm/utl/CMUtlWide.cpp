@@ -174,7 +174,9 @@ template <typename Ch> RTS_RESULT Narrow(const Ch *src, char *dest, RTS_SIZE siz
 
 extern "C" {
 
-RTS_I32 CMUtlwstrcmp(const RTS_WCHAR *pwsz1, const RTS_WCHAR *pwsz2) { return Compare(pwsz1, pwsz2); }
+RTS_I32 CMUtlwstrcmp(const RTS_WCHAR *pwsz1, const RTS_WCHAR *pwsz2) {
+    return Compare(pwsz1, pwsz2);
+}
 RTS_I32 CMUtlwstrncmp(const RTS_WCHAR *pwsz1, const RTS_WCHAR *pwsz2, RTS_SIZE n) {
     return CompareN(pwsz1, pwsz2, n);
 }
@@ -187,10 +189,18 @@ RTS_RESULT CMUtlwstrcat(RTS_WCHAR *pwszDest, RTS_SIZE ulDestSize, const RTS_WCHA
 RTS_RESULT CMUtlwstrncpy(RTS_WCHAR *pwszDest, RTS_SIZE ulDestSize, const RTS_WCHAR *pwszSrc, RTS_SIZE ulCount) {
     return CopyN(pwszDest, ulDestSize, pwszSrc, ulCount);
 }
-RTS_SIZE CMUtlwstrlen(const RTS_WCHAR *pwsz) { return pwsz == nullptr ? 0 : Length(pwsz); }
-RTS_WCHAR *CMUtlwtolower(RTS_WCHAR *pwsz) { return ToLowerAscii(pwsz); }
-RTS_WCHAR *CMUtlwtoupper(RTS_WCHAR *pwsz) { return ToUpperAscii(pwsz); }
-RTS_WCHAR *CMUtlwstrchr(const RTS_WCHAR *pwsz, RTS_WCHAR c) { return Find(pwsz, c); }
+RTS_SIZE CMUtlwstrlen(const RTS_WCHAR *pwsz) {
+    return pwsz == nullptr ? 0 : Length(pwsz);
+}
+RTS_WCHAR *CMUtlwtolower(RTS_WCHAR *pwsz) {
+    return ToLowerAscii(pwsz);
+}
+RTS_WCHAR *CMUtlwtoupper(RTS_WCHAR *pwsz) {
+    return ToUpperAscii(pwsz);
+}
+RTS_WCHAR *CMUtlwstrchr(const RTS_WCHAR *pwsz, RTS_WCHAR c) {
+    return Find(pwsz, c);
+}
 RTS_RESULT CMUtlStrToW(const char *pszSrc, RTS_WCHAR *pwszDest, RTS_SIZE ulDestSize) {
     return Widen(pszSrc, pwszDest, ulDestSize);
 }
@@ -198,7 +208,9 @@ RTS_RESULT CMUtlWToStr(const RTS_WCHAR *pwszSrc, char *pszDest, RTS_SIZE ulDestS
     return Narrow(pwszSrc, pszDest, ulDestSize);
 }
 
-RTS_I32 CMUtlcwstrcmp(const RTS_CWCHAR *pwsz1, const RTS_CWCHAR *pwsz2) { return Compare(pwsz1, pwsz2); }
+RTS_I32 CMUtlcwstrcmp(const RTS_CWCHAR *pwsz1, const RTS_CWCHAR *pwsz2) {
+    return Compare(pwsz1, pwsz2);
+}
 RTS_RESULT CMUtlcwstrcpy(RTS_CWCHAR *pwszDest, RTS_SIZE ulDestSize, const RTS_CWCHAR *pwszSrc) {
     return Copy(pwszDest, ulDestSize, pwszSrc);
 }
@@ -208,10 +220,18 @@ RTS_RESULT CMUtlcwstrcat(RTS_CWCHAR *pwszDest, RTS_SIZE ulDestSize, const RTS_CW
 RTS_RESULT CMUtlcwstrncpy(RTS_CWCHAR *pwszDest, RTS_SIZE ulDestSize, const RTS_CWCHAR *pwszSrc, RTS_SIZE ulCount) {
     return CopyN(pwszDest, ulDestSize, pwszSrc, ulCount);
 }
-RTS_SIZE CMUtlcwstrlen(const RTS_CWCHAR *pwsz) { return pwsz == nullptr ? 0 : Length(pwsz); }
-RTS_CWCHAR *CMUtlcwtolower(RTS_CWCHAR *pwsz) { return ToLowerAscii(pwsz); }
-RTS_CWCHAR *CMUtlcwtoupper(RTS_CWCHAR *pwsz) { return ToUpperAscii(pwsz); }
-RTS_CWCHAR *CMUtlcwstrchr(const RTS_CWCHAR *pwsz, RTS_CWCHAR c) { return Find(pwsz, c); }
+RTS_SIZE CMUtlcwstrlen(const RTS_CWCHAR *pwsz) {
+    return pwsz == nullptr ? 0 : Length(pwsz);
+}
+RTS_CWCHAR *CMUtlcwtolower(RTS_CWCHAR *pwsz) {
+    return ToLowerAscii(pwsz);
+}
+RTS_CWCHAR *CMUtlcwtoupper(RTS_CWCHAR *pwsz) {
+    return ToUpperAscii(pwsz);
+}
+RTS_CWCHAR *CMUtlcwstrchr(const RTS_CWCHAR *pwsz, RTS_CWCHAR c) {
+    return Find(pwsz, c);
+}
 RTS_RESULT CMUtlStrToCW(const char *pszSrc, RTS_CWCHAR *pwszDest, RTS_SIZE ulDestSize) {
     return Widen(pszSrc, pwszDest, ulDestSize);
 }

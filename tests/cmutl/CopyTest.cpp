@@ -1,6 +1,8 @@
 // Tests of the bounded copy and concatenation functions: results, the bytes
 // written and, just as much, the bytes left alone.
 #include <cstring>
+#include <memory>
+#include <new>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -21,9 +23,14 @@ struct CpyRow {
 };
 
 const CpyRow kCpyRows[] = {
-    {4, "abc", "abc", ERR_OK},       {3, "abc", "ab", ERR_BUFFERSIZE}, {2, "abc", "a", ERR_BUFFERSIZE},
-    {1, "abc", "", ERR_BUFFERSIZE},  {1, "", "", ERR_OK},              {10, "abc", "abc", ERR_OK},
-    {8, "abcdefg", "abcdefg", ERR_OK}, {8, "abcdefgh", "abcdefg", ERR_BUFFERSIZE},
+    {4, "abc", "abc", ERR_OK},
+    {3, "abc", "ab", ERR_BUFFERSIZE},
+    {2, "abc", "a", ERR_BUFFERSIZE},
+    {1, "abc", "", ERR_BUFFERSIZE},
+    {1, "", "", ERR_OK},
+    {10, "abc", "abc", ERR_OK},
+    {8, "abcdefg", "abcdefg", ERR_OK},
+    {8, "abcdefgh", "abcdefg", ERR_BUFFERSIZE},
 };
 
 TEST(CMUtlSafeStrCpy, Table) {
@@ -82,6 +89,40 @@ TEST(CMUtlSafeStrCpy, EveryLengthAgainstEverySize) {
     }
 }
 
+TEST(CMUtlSafeStrCpy, SourcesAcrossPageBoundaries) {
+    // Sources starting just before a page end take the careful path for
+    // the bytes near the boundary; the copy must be the same.
+    constexpr std::size_t kPage = 4096;
+    char *span = static_cast<char *>(::operator new (3 * kPage, std::align_val_t{kPage}));
+    std::memset(span, 'q', 3 * kPage);
+    const std::string base = "/var/opt/kestrel/PlcLogic/Application/Application.app";
+    for (std::size_t length : {0u, 5u, 15u, 16u, 31u, 32u, 40u, 53u}) {
+        const std::string source = base.substr(0, length);
+        for (std::size_t start = kPage - 60; start <= kPage + 1; ++start) {
+            std::memcpy(span + start, source.c_str(), length + 1);
+            for (RTS_SIZE size : {RTS_SIZE{8}, RTS_SIZE{33}, RTS_SIZE{64}}) {
+                MarkedBuffer<> dest;
+                const RTS_RESULT result = CMUtlSafeStrCpy(dest.get(), size, span + start);
+                ASSERT_EQ(result, length + 1 > size ? ERR_BUFFERSIZE : ERR_OK) << length << ' ' << start;
+                ASSERT_EQ(dest.Text(), source.substr(0, size - 1)) << length << ' ' << start << ' ' << size;
+                ASSERT_TRUE(dest.UntouchedFrom(size));
+            }
+        }
+    }
+    ::operator delete (span, std::align_val_t{kPage});
+}
+
+TEST(CMUtlSafeStrCpy, SourcesAtTheEndOfTheirAllocation) {
+    for (std::size_t length = 0; length < 70; ++length) {
+        std::unique_ptr<char[]> source(new char[length + 1]);
+        std::memset(source.get(), 'z', length);
+        source[length] = 0;
+        MarkedBuffer<> dest;
+        ASSERT_EQ(CMUtlSafeStrCpy(dest.get(), 80, source.get()), ERR_OK);
+        ASSERT_EQ(dest.Text(), std::string(length, 'z'));
+    }
+}
+
 TEST(CMUtlSafeStrNCpy, Table) {
     struct Row {
         RTS_SIZE size;
@@ -92,17 +133,17 @@ TEST(CMUtlSafeStrNCpy, Table) {
     };
     using namespace std::string_literals;
     const Row rows[] = {
-        {10, "abc", 10, "abc\0\0"s, ERR_OK},    // the text, its terminator, and a zero behind it
+        {10, "abc", 10, "abc\0\0"s, ERR_OK}, // the text, its terminator, and a zero behind it
         {10, "abc", 2, "ab\0"s, ERR_OK},
         {10, "abc", 3, "abc\0"s, ERR_OK},
         {4, "ab", 10, "ab\0\0"s, ERR_BUFFERSIZE}, // short source, large count: 15 all the same
-        {3, "abc", 3, "ab\0"s, ERR_OK},          // size equal to count: no complaint, text cut
+        {3, "abc", 3, "ab\0"s, ERR_OK},           // size equal to count: no complaint, text cut
         {3, "abcdef", 5, "ab\0"s, ERR_BUFFERSIZE},
         {5, "abc", 0, "\0"s, ERR_OK},
         {1, "abc", 1, "\0"s, ERR_OK},
         {1, "", 1, "\0"s, ERR_OK},
         {2, "abc", 1, "a\0"s, ERR_OK},
-        {0, "abc", 0, ""s, ERR_OK},               // no buffer: nothing written
+        {0, "abc", 0, ""s, ERR_OK}, // no buffer: nothing written
         {0, "abc", 1, ""s, ERR_BUFFERSIZE},
     };
     for (const Row &row : rows) {

@@ -109,7 +109,8 @@ template <typename... A> void ExpectLikeCLibrary(const char *format, A... args) 
             continue;
         }
         const std::size_t kept = static_cast<std::size_t>(length) < size ? static_cast<std::size_t>(length) : size - 1;
-        ASSERT_EQ(std::string_view(dest.get(), kept), std::string_view(reference, kept)) << '"' << format << "\" size " << size;
+        ASSERT_EQ(std::string_view(dest.get(), kept), std::string_view(reference, kept))
+            << '"' << format << "\" size " << size;
         ASSERT_EQ(dest.data[kept], 0) << '"' << format << "\" size " << size;
         ASSERT_EQ(dest.data[size - 1], 0);
         ASSERT_TRUE(dest.UntouchedFrom(size)) << '"' << format << "\" size " << size;
@@ -118,8 +119,8 @@ template <typename... A> void ExpectLikeCLibrary(const char *format, A... args) 
 
 TEST(CMUtlsnprintf, SignedIntegersLikeTheCLibrary) {
     for (int v : {0, 1, -1, 7, -42, 123456, INT_MAX, INT_MIN}) {
-        for (const char *format : {"%d", "%i", "%5d", "%-5d|", "%05d", "%+d", "% d", "%+ d", "%.3d", "%.0d",
-                                   "%8.3d", "%-+8.3d|", "%+05d", "% 05d", "%05.3d", "%-05d|", "%12d", "%-012d|"}) {
+        for (const char *format : {"%d", "%i", "%5d", "%-5d|", "%05d", "%+d", "% d", "%+ d", "%.3d", "%.0d", "%8.3d",
+                                   "%-+8.3d|", "%+05d", "% 05d", "%05.3d", "%-05d|", "%12d", "%-012d|"}) {
             ExpectLikeCLibrary(format, v);
         }
     }
@@ -132,8 +133,8 @@ TEST(CMUtlsnprintf, SignedIntegersLikeTheCLibrary) {
 
 TEST(CMUtlsnprintf, UnsignedIntegersLikeTheCLibrary) {
     for (unsigned v : {0u, 1u, 8u, 255u, 0xDEADBEEFu, UINT_MAX}) {
-        for (const char *format : {"%u", "%o", "%x", "%X", "%#o", "%#x", "%#X", "%.0u", "%.0o", "%#.0o", "%.0x",
-                                   "%#.0x", "%#5x", "%#-8x|", "%#08x", "%08X", "%#10.4o", "%+u", "% u", "%.10x"}) {
+        for (const char *format : {"%u", "%o", "%x", "%X", "%#o", "%#x", "%#X", "%.0u", "%.0o", "%.0x", "%#.0x", "%#5x",
+                                   "%#-8x|", "%#08x", "%08X", "%#10.4o", "%.10x"}) {
             ExpectLikeCLibrary(format, v);
         }
     }
@@ -144,14 +145,31 @@ TEST(CMUtlsnprintf, UnsignedIntegersLikeTheCLibrary) {
                        static_cast<std::ptrdiff_t>(-1));
 }
 
+TEST(CMUtlsnprintf, FlagCornersFollowTheCStandardOnEveryBuild) {
+    // Corners where C libraries disagree (the mingw-w64 one prints a blank
+    // for "% u" and nothing for "%#.0o" of 0); the text is the standard's.
+    struct Row {
+        const char *format;
+        unsigned value;
+        const char *text;
+    };
+    for (const Row &row : {Row{"% u", 5, "5"}, Row{"%+u", 5, "5"}, Row{"% x", 10, "a"}, Row{"%+X", 10, "A"},
+                           Row{"%#.0o", 0, "0"}, Row{"%#o", 0, "0"}, Row{"%#.0x", 0, ""}, Row{"%#x", 0, "0"},
+                           Row{"%#o", 8, "010"}, Row{"%#.3o", 8, "010"}, Row{"%#.4o", 8, "0010"}}) {
+        char dest[16];
+        EXPECT_EQ(CMUtlsnprintf(dest, sizeof dest, row.format, row.value), ERR_OK) << row.format;
+        EXPECT_STREQ(dest, row.text) << row.format;
+    }
+}
+
 TEST(CMUtlsnprintf, CharactersAndStringsLikeTheCLibrary) {
     for (const char *format : {"%c", "%3c", "%-3c|"}) {
         ExpectLikeCLibrary(format, 'A');
         ExpectLikeCLibrary(format, 0xE4);
     }
     ExpectLikeCLibrary("[%c]", 0); // an embedded zero byte is output like any other
-    for (const char *format : {"%s", "%5s", "%-5s|", "%.2s", "%5.1s", "%-5.1s|", "%.0s", "%.10s", "%40s",
-                               "<cmp>%s</cmp>"}) {
+    for (const char *format :
+         {"%s", "%5s", "%-5s|", "%.2s", "%5.1s", "%-5.1s|", "%.0s", "%.10s", "%40s", "<cmp>%s</cmp>"}) {
         ExpectLikeCLibrary(format, "abc");
         ExpectLikeCLibrary(format, "");
         ExpectLikeCLibrary(format, "a longer text of more than thirty-two characters");

@@ -1,8 +1,11 @@
 // Tests of the narrow-string functions: reversal, white space, backward
 // search, case-insensitive comparison and search, case conversion, length and
 // the checked memory copy.
+#include <algorithm>
 #include <cctype>
 #include <cstring>
+#include <memory>
+#include <new>
 #include <random>
 #include <string>
 #include <vector>
@@ -18,8 +21,8 @@ TEST(CMUtlStrrev, ReversesInPlace) {
         const char *in;
         const char *out;
     };
-    for (const Row &row : {Row{"", ""}, Row{"a", "a"}, Row{"ab", "ba"}, Row{"abc", "cba"}, Row{"abcd", "dcba"},
-                           Row{"0xFF", "FFx0"}}) {
+    for (const Row &row :
+         {Row{"", ""}, Row{"a", "a"}, Row{"ab", "ba"}, Row{"abc", "cba"}, Row{"abcd", "dcba"}, Row{"0xFF", "FFx0"}}) {
         std::string s = row.in;
         EXPECT_EQ(CMUtlStrrev(s.data()), s.data()) << row.in;
         EXPECT_EQ(s, row.out) << row.in;
@@ -32,8 +35,8 @@ TEST(CMUtlSkipWhiteSpace, SkipsBlanksAndTabsOnly) {
         const char *in;
         std::size_t skipped;
     };
-    for (const Row &row : {Row{"", 0}, Row{"x", 0}, Row{" x", 1}, Row{"\t x", 2}, Row{" \t \tx y", 4},
-                           Row{"\n x", 0}, Row{"\r", 0}, Row{"   ", 3}}) {
+    for (const Row &row : {Row{"", 0}, Row{"x", 0}, Row{" x", 1}, Row{"\t x", 2}, Row{" \t \tx y", 4}, Row{"\n x", 0},
+                           Row{"\r", 0}, Row{"   ", 3}}) {
         std::string s = row.in;
         EXPECT_EQ(CMUtlSkipWhiteSpace(s.data()), s.data() + row.skipped) << '"' << row.in << '"';
     }
@@ -171,6 +174,69 @@ TEST(CMUtlStrICmp, AgreesWithByteWiseComparisonOnGeneratedStrings) {
     }
 }
 
+// A buffer spanning a few memory pages, aligned to a page, so that strings
+// can be placed to end just before, on or just after a page boundary.
+struct PageSpan {
+    static constexpr std::size_t kPage = 4096;
+    static constexpr std::size_t kSize = 3 * kPage;
+    char *data = static_cast<char *>(::operator new (kSize, std::align_val_t{kPage}));
+    PageSpan() { std::memset(data, 'q', kSize); }
+    ~PageSpan() { ::operator delete (data, std::align_val_t{kPage}); }
+    PageSpan(const PageSpan &) = delete;
+    PageSpan &operator=(const PageSpan &) = delete;
+    // Writes `text` with its terminator so that it starts at `at`.
+    char *Place(std::size_t at, const std::string &text) {
+        std::memcpy(data + at, text.c_str(), text.size() + 1);
+        return data + at;
+    }
+};
+
+TEST(CMUtlStrICmp, StringsAcrossPageBoundaries) {
+    // Every start within 40 bytes before a page end, for both strings and
+    // several lengths: blocks near the boundary are compared a byte at a time.
+    PageSpan spanA;
+    PageSpan spanB;
+    const std::string base = "Component.Manager.Setting.Key.With.Forty.Bytes";
+    for (std::size_t length : {0u, 1u, 15u, 16u, 17u, 31u, 33u, 45u}) {
+        const std::string a = base.substr(0, length);
+        for (std::size_t startA = PageSpan::kPage - 40; startA <= PageSpan::kPage + 1; ++startA) {
+            for (std::size_t shift : {0u, 1u, 7u, 16u, 23u}) {
+                const std::size_t startB = startA - shift;
+                std::string b = a;
+                for (char &c : b) {
+                    c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+                }
+                const char *pa = spanA.Place(startA, a);
+                const char *pb = spanB.Place(startB, b);
+                ASSERT_EQ(CMUtlStrICmp(pa, pb), 0) << length << ' ' << startA << ' ' << shift;
+                if (length > 0) {
+                    b[length - 1] = '~'; // differs in the last byte
+                    pb = spanB.Place(startB, b);
+                    ASSERT_EQ(CMUtlStrICmp(pa, pb), ReferenceICmp(a, b)) << length << ' ' << startA << ' ' << shift;
+                    b.pop_back(); // b ends first
+                    pb = spanB.Place(startB, b);
+                    ASSERT_EQ(CMUtlStrICmp(pa, pb), 1) << length << ' ' << startA << ' ' << shift;
+                    ASSERT_EQ(CMUtlStrICmp(pb, pa), -1) << length << ' ' << startA << ' ' << shift;
+                }
+            }
+        }
+    }
+}
+
+TEST(CMUtlStrICmp, StringsAtTheEndOfTheirAllocation) {
+    // Exactly sized heap blocks: a read past a terminator outside the
+    // block readers would be reported by AddressSanitizer.
+    for (std::size_t length = 0; length < 70; ++length) {
+        std::string text(length, 'k');
+        std::unique_ptr<char[]> a(new char[length + 1]);
+        std::unique_ptr<char[]> b(new char[length + 1]);
+        std::memcpy(a.get(), text.c_str(), length + 1);
+        std::transform(text.begin(), text.end(), text.begin(), [](char c) { return static_cast<char>(c - 32); });
+        std::memcpy(b.get(), text.c_str(), length + 1);
+        ASSERT_EQ(CMUtlStrICmp(a.get(), b.get()), 0) << length;
+    }
+}
+
 TEST(CMUtlStrNICmp, Table) {
     struct Row {
         const char *a;
@@ -185,8 +251,8 @@ TEST(CMUtlStrNICmp, Table) {
         {"abc", "abc", 10, 0},
         {"a", "b", 0, 0},
         {"x", "X", 1, 0},
-        {"ab", "abc", 3, 0 - 'c'},  // a ended first: raw bytes
-        {"AB", "abC", 3, 0 - 'C'},  // raw, not lower-cased
+        {"ab", "abc", 3, 0 - 'c'}, // a ended first: raw bytes
+        {"AB", "abC", 3, 0 - 'C'}, // raw, not lower-cased
         {"abC", "AB", 3, 'C' - 0},
         {"", "A", 1, 0 - 'A'},
         {"[", "A", 1, '[' - 'a'},
@@ -207,9 +273,18 @@ TEST(CMUtlStrIStr, Table) {
         std::ptrdiff_t found; // -1: null
     };
     const Row rows[] = {
-        {"Hello", "LL", 2},     {"Hello", "", 0},         {"", "", -1},           {"", "a", -1},
-        {"Hello", "lo", 3},     {"Hello", "LOX", -1},     {"Hello", "hello", 0},  {"Hello", "Hello!", -1},
-        {"abcabd", "ABD", 3},   {"aab", "AB", 1},         {"a\xC4", "\xE4", -1},  {"x", "X", 0},
+        {"Hello", "LL", 2},
+        {"Hello", "", 0},
+        {"", "", -1},
+        {"", "a", -1},
+        {"Hello", "lo", 3},
+        {"Hello", "LOX", -1},
+        {"Hello", "hello", 0},
+        {"Hello", "Hello!", -1},
+        {"abcabd", "ABD", 3},
+        {"aab", "AB", 1},
+        {"a\xC4", "\xE4", -1},
+        {"x", "X", 0},
         {"path/File.TXT", "file.txt", 5},
     };
     for (const Row &row : rows) {

@@ -55,7 +55,7 @@ const ToTextRow kToTextRows[] = {
     {false, 36, 3, 36, "10", ERR_OK},
     {false, 0xABCDEF, 9, 16, "0xABCDEF", ERR_OK},
     {false, 1295, 3, 36, "ZZ", ERR_OK},
-    {true, 5, 5, 1, "0", ERR_PARAMETER},  // radix out of range: "0" when room
+    {true, 5, 5, 1, "0", ERR_PARAMETER}, // radix out of range: "0" when room
     {true, 5, 5, 37, "0", ERR_PARAMETER},
     {false, 5, 2, 0, "0", ERR_PARAMETER},
     {false, 5, 1, -16, "", ERR_PARAMETER}, // ... and empty when there is none
@@ -68,8 +68,8 @@ TEST(CMUtlLtoaUltoa, Table) {
         char *text = row.isSigned
                          ? CMUtlLtoa(static_cast<RTS_I32>(row.value), buffer.get(), row.size, row.radix, &result)
                          : CMUtlUltoa(static_cast<RTS_UI32>(row.value), buffer.get(), row.size, row.radix, &result);
-        const std::string label = std::to_string(row.value) + " size " + std::to_string(row.size) + " radix " +
-                                  std::to_string(row.radix);
+        const std::string label =
+            std::to_string(row.value) + " size " + std::to_string(row.size) + " radix " + std::to_string(row.radix);
         EXPECT_EQ(text, buffer.get()) << label;
         EXPECT_EQ(buffer.Text(), row.text) << label;
         EXPECT_EQ(result, row.result) << label;
@@ -163,16 +163,23 @@ TEST(CMUtlBinarySearch_UI32, FindsEveryKeyAndRejectsTheOthers) {
         RTS_RESULT result;
     };
     const Row rows[] = {
-        {2, 0, 0, ERR_OK},  {4, 0, 1, ERR_OK},  {8, 0, 2, ERR_OK},  {16, 0, 3, ERR_OK},
-        {32, 0, 4, ERR_OK}, {1, 0, kNone, ERR_NO_OBJECT},   {0, 0, kNone, ERR_NO_OBJECT},
-        {5, 0, kNone, ERR_NO_OBJECT}, {33, 0, kNone, ERR_NO_OBJECT},
-        {16, 3, 3, ERR_OK}, {16, 4, kNone, ERR_NO_OBJECT}, // the search starts at the first index
+        {2, 0, 0, ERR_OK},
+        {4, 0, 1, ERR_OK},
+        {8, 0, 2, ERR_OK},
+        {16, 0, 3, ERR_OK},
+        {32, 0, 4, ERR_OK},
+        {1, 0, kNone, ERR_NO_OBJECT},
+        {0, 0, kNone, ERR_NO_OBJECT},
+        {5, 0, kNone, ERR_NO_OBJECT},
+        {33, 0, kNone, ERR_NO_OBJECT},
+        {16, 3, 3, ERR_OK},
+        {16, 4, kNone, ERR_NO_OBJECT}, // the search starts at the first index
         {8, 2, 2, ERR_OK},
     };
     for (const Row &row : rows) {
         RTS_RESULT result = 12345;
-        EXPECT_EQ(CMUtlBinarySearch_UI32(records.data(), count * sizeof(Record), sizeof(Record), kKeyOffset,
-                                         row.first, row.key, &result),
+        EXPECT_EQ(CMUtlBinarySearch_UI32(records.data(), count * sizeof(Record), sizeof(Record), kKeyOffset, row.first,
+                                         row.key, &result),
                   row.index)
             << row.key << " from " << row.first;
         EXPECT_EQ(result, row.result) << row.key;
@@ -214,8 +221,8 @@ TEST(CMUtlBinarySearch_UI32, EveryArrayLengthUpToThirty) {
         records[count] = {0, 0xFFFFFFFF};
         for (RTS_UI32 key = 0; key <= 3 * count + 2; ++key) {
             RTS_RESULT result = 12345;
-            const RTS_SIZE index =
-                CMUtlBinarySearch_UI32(records.data(), count * sizeof(Record), sizeof(Record), kKeyOffset, 0, key, &result);
+            const RTS_SIZE index = CMUtlBinarySearch_UI32(records.data(), count * sizeof(Record), sizeof(Record),
+                                                          kKeyOffset, 0, key, &result);
             if (key % 3 == 1 && (key - 1) / 3 < count) {
                 ASSERT_EQ(index, (key - 1) / 3) << count << ' ' << key;
                 ASSERT_EQ(result, ERR_OK);
@@ -235,8 +242,8 @@ TEST(CMUtlBinarySearch_UI32, RejectsBadParameters) {
         RTS_SIZE element;
         RTS_SIZE offset;
     };
-    for (const Row &row : {Row{nullptr, 8, 8, 4}, Row{records, 8, 0, 0}, Row{records, 8, 16, 4},
-                           Row{records, 16, 8, 8}, Row{records, 16, 8, 9}}) {
+    for (const Row &row : {Row{nullptr, 8, 8, 4}, Row{records, 8, 0, 0}, Row{records, 8, 16, 4}, Row{records, 16, 8, 8},
+                           Row{records, 16, 8, 9}}) {
         RTS_RESULT result = 12345;
         EXPECT_EQ(CMUtlBinarySearch_UI32(row.base, row.total, row.element, row.offset, 0, 1, &result), kNone);
         EXPECT_EQ(result, ERR_PARAMETER);

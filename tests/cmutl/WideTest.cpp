@@ -89,8 +89,8 @@ TYPED_TEST(WideFamily, Copy) {
         const char16_t *source;
         const char16_t *text;
     };
-    for (const Row &row : {Row{4, u"abc", u"abc"}, Row{10, u"abc", u"abc"}, Row{3, u"abc", u"ab"},
-                           Row{1, u"abc", u""}, Row{1, u"", u""}}) {
+    for (const Row &row : {Row{4, u"abc", u"abc"}, Row{10, u"abc", u"abc"}, Row{3, u"abc", u"ab"}, Row{1, u"abc", u""},
+                           Row{1, u"", u""}}) {
         MarkedBuffer<RTS_WCHAR> dest;
         EXPECT_EQ(TypeParam::Cpy(dest.get(), row.size, W(row.source).c_str()), ERR_OK); // 0 even when cut
         EXPECT_EQ(dest.Text(), W(row.text));
@@ -198,8 +198,8 @@ TYPED_TEST(WideFamily, NarrowToWideUsesCodePage1252) {
         const char source[2] = {static_cast<char>(byte), 0};
         RTS_WCHAR dest[2] = {0xBEEF, 0xBEEF};
         ASSERT_EQ(TypeParam::FromNarrow(source, dest, 2), ERR_OK);
-        const RTS_WCHAR expected =
-            byte >= 0x80 && byte <= 0x9F ? static_cast<RTS_WCHAR>(kCp1252High[byte - 0x80]) : static_cast<RTS_WCHAR>(byte);
+        const RTS_WCHAR expected = byte >= 0x80 && byte <= 0x9F ? static_cast<RTS_WCHAR>(kCp1252High[byte - 0x80])
+                                                                : static_cast<RTS_WCHAR>(byte);
         EXPECT_EQ(dest[0], expected) << "byte 0x" << std::hex << byte;
         EXPECT_EQ(dest[1], 0);
     }
@@ -216,8 +216,8 @@ TYPED_TEST(WideFamily, NarrowToWideTruncation) {
         RTS_RESULT result;
     };
     const Row rows[] = {
-        {"abc", 4, u"abc", ERR_OK},  {"abc", 10, u"abc", ERR_OK},  {"abc", 3, u"ab", ERR_FAILED},
-        {"abc", 1, u"", ERR_FAILED}, {"", 1, u"", ERR_OK},         {"a\x80\xFF", 4, u"a€\u00FF", ERR_OK},
+        {"abc", 4, u"abc", ERR_OK},         {"abc", 10, u"abc", ERR_OK}, {"abc", 3, u"ab", ERR_FAILED},
+        {"abc", 1, u"", ERR_FAILED},        {"", 1, u"", ERR_OK},        {"a\x80\xFF", 4, u"a€\u00FF", ERR_OK},
         {"Gr\xFC\xDF", 5, u"Grüß", ERR_OK},
     };
     for (const Row &row : rows) {
@@ -289,8 +289,8 @@ TEST(CMUtlwstrncmp, Table) {
         RTS_I32 expected;
     };
     const Row rows[] = {
-        {u"abc", u"abd", 2, 0},     {u"abc", u"abd", 3, 'c' - 'd'}, {u"abc", u"abc", 10, 0},
-        {u"ab", u"abc", 3, -'c'},   {u"a", u"b", 0, 0},             {u"\uFFFF", u"a", 1, 0xFFFF - 'a'},
+        {u"abc", u"abd", 2, 0}, {u"abc", u"abd", 3, 'c' - 'd'},     {u"abc", u"abc", 10, 0}, {u"ab", u"abc", 3, -'c'},
+        {u"a", u"b", 0, 0},     {u"\uFFFF", u"a", 1, 0xFFFF - 'a'},
     };
     for (const Row &row : rows) {
         EXPECT_EQ(CMUtlwstrncmp(W(row.a).c_str(), W(row.b).c_str(), row.n), row.expected);
