@@ -222,6 +222,11 @@ enum class Step { Ok, Whole, Error };
 Step Run(Sink &out, const char *format, va_list *ap) {
     const char *p = format;
     for (;;) {
+        // Each step adds less than 2^31 + 32 characters, so checking here
+        // keeps the count from wrapping even with a 32-bit size_t.
+        if (out.length > static_cast<std::size_t>(INT_MAX)) {
+            return Step::Error;
+        }
         const char *percent = std::strchr(p, '%');
         if (percent == nullptr) {
             out.Put(p, std::strlen(p));
