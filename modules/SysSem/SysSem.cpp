@@ -10,6 +10,7 @@
 #include "ModuleSupport.h"
 #include "SysSemItf.h"
 #include "SysSemOs.h"
+#include "SysSemThread.h"
 
 namespace {
 

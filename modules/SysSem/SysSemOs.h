@@ -1,6 +1,8 @@
 // Operating-system part of SysSem: a counting semaphore that blocked
-// threads wait on, and the identity of the calling thread. The lock itself
-// (owner, nesting, waiter count) is portable and lives in SysSem.cpp.
+// threads wait on. The identity of the calling thread, a nonzero value
+// unique among the running threads, comes from SysSemThread.h of the OS
+// backend, since the fast path wants it inline. The lock itself (owner,
+// nesting, waiter count) is portable and lives in SysSem.cpp.
 #pragma once
 
 #include <cstdint>
@@ -13,8 +15,5 @@ OsSemaphore *OsSemaphoreCreate();
 void OsSemaphoreDelete(OsSemaphore *pSem);
 bool OsSemaphoreWait(OsSemaphore *pSem); // blocks until posted
 bool OsSemaphorePost(OsSemaphore *pSem);
-
-// A nonzero value unique among the running threads.
-std::uintptr_t OsCurrentThread();
 
 } // namespace kestrel::syssem

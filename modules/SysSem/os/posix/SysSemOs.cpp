@@ -1,8 +1,7 @@
-// POSIX backend of SysSem: unnamed POSIX semaphores and pthread_self.
+// POSIX backend of SysSem: unnamed POSIX semaphores.
 #include "SysSemOs.h"
 
 #include <errno.h>
-#include <pthread.h>
 #include <semaphore.h>
 
 #include <new>
@@ -40,7 +39,5 @@ bool OsSemaphoreWait(OsSemaphore *pSem) {
 
 bool OsSemaphorePost(OsSemaphore *pSem) { return sem_post(&pSem->sem) == 0; }
 
-// pthread_t is an integer on some systems and a pointer on others; the cast takes either.
-std::uintptr_t OsCurrentThread() { return (std::uintptr_t)pthread_self(); }
 
 } // namespace kestrel::syssem

@@ -1,5 +1,6 @@
 // Win32 backend of SysSem: kernel semaphores and the thread id.
 #include "SysSemOs.h"
+#include "SysSemThread.h"
 
 #include <windows.h>
 
