@@ -162,6 +162,20 @@ TEST(CMUtlsnprintf, FlagCornersFollowTheCStandardOnEveryBuild) {
     }
 }
 
+TEST(CMUtlsnprintf, HugeWidthsAreCutNotCounted) {
+    // Widths near and past the largest reportable output length: the text is
+    // cut to the buffer either way and the result says so; nothing is
+    // written behind the buffer.
+    MarkedBuffer<> dest;
+    EXPECT_EQ(CMUtlsnprintf(dest.get(), 16, "%2000000000d", 7), ERR_BUFFERSIZE);
+    EXPECT_EQ(dest.Text(), std::string(15, ' '));
+    EXPECT_TRUE(dest.UntouchedFrom(16));
+    EXPECT_EQ(CMUtlsnprintf(dest.get(), 16, "%3000000000d", 7), ERR_BUFFERSIZE);
+    EXPECT_EQ(CMUtlsnprintf(dest.get(), 16, "%2000000000d%2000000000d%2000000000d", 1, 2, 3), ERR_BUFFERSIZE);
+    EXPECT_EQ(dest.data[15], 0);
+    EXPECT_TRUE(dest.UntouchedFrom(16));
+}
+
 TEST(CMUtlsnprintf, CharactersAndStringsLikeTheCLibrary) {
     for (const char *format : {"%c", "%3c", "%-3c|"}) {
         ExpectLikeCLibrary(format, 'A');
