@@ -1,0 +1,160 @@
+// End to end: the component manager starts the runtime with the host's
+// standard component list and these modules as loadable files, exactly as
+// the host does, then stops it. Every module must load and resolve its
+// imports (no safe mode), the banner and the component list must reach the
+// log, every module must be unloaded, and SysMem must report no leak.
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "CMItf.h"
+#include "CmpLogItf.h"
+#include "SysMemItf.h"
+#include "HostConfig.h"
+#include "HostLinked.h"
+#include "ModuleTestSupport.h"
+#include "os/ModuleState.h"
+
+using kestrel::test::IsModuleLoaded;
+using kestrel::test::TempDir;
+
+namespace {
+
+const char *const kModules[] = {"SysTimeRtc", "SysTime",     "SysSem",      "SysOut",     "SysMem",
+                                "SysInt",     "SysExcept",   "SysCpuHandling", "CmpSettings", "CmpLog",
+                                "CmpEventMgr", "CmpChecksum"};
+
+// The whole standard log as the logger's ring holds it.
+std::vector<LogEntry> ReadLog() {
+    std::vector<LogEntry> entries;
+    RTS_VOID_FCTPTR first = nullptr, next = nullptr;
+    if (CMGetAPI("LogGetFirstEntry", &first, 0) != ERR_OK || CMGetAPI("LogGetNextEntry", &next, 0) != ERR_OK)
+        return entries;
+    auto pfFirst = reinterpret_cast<decltype(&LogGetFirstEntry)>(first);
+    auto pfNext = reinterpret_cast<decltype(&LogGetNextEntry)>(next);
+    LogEntry e{};
+    RTS_RESULT r = ERR_FAILED;
+    for (RTS_HANDLE h = pfFirst(LOG_STD_LOGGER, &e, &r); r == ERR_OK; h = pfNext(LOG_STD_LOGGER, h, &e, &r))
+        entries.push_back(e);
+    return entries;
+}
+
+bool Contains(const std::vector<LogEntry> &log, const std::string &needle, RTS_I32 classId = 0) {
+    for (const LogEntry &e : log) {
+        if (std::string(e.infoText).find(needle) != std::string::npos && (classId == 0 || e.classId == classId))
+            return true;
+    }
+    return false;
+}
+
+std::string Dump(const std::vector<LogEntry> &log) {
+    std::string all;
+    for (const LogEntry &e : log)
+        all += std::to_string(e.classId) + " " + e.infoText + "\n";
+    return all;
+}
+
+TEST(EndToEnd, StandardListStartsRunsAndStopsWithoutLeaks) {
+    TempDir dir;
+    // The shipped configuration, with the console echo on so that the lines
+    // of the last shut-down hooks can be seen after the logger is gone.
+    std::string cfg = dir.Write("KESTRELControl.cfg", "[CmpLog]\nConsole=1\nLogger.0.MaxEntries=5000\n"
+                                                      "[ComponentManager]\nOverloadableFunctions=1\n");
+    kestrel::host::HostRegisterLinkedComponents();
+    testing::internal::CaptureStdout();
+    RTS_RESULT init = CMInit3(cfg.c_str(), kestrel::host::kHostStandardList, CM_INIT_NO_INIT_END);
+    RTS_RESULT initEnd = CMInitEnd();
+    std::vector<LogEntry> log = ReadLog();
+    for (const char *name : kModules)
+        EXPECT_TRUE(IsModuleLoaded(name)) << name << " was not loaded";
+    RTS_RESULT exitResult = CMExit();
+    std::string console = testing::internal::GetCapturedStdout();
+    if (std::getenv("KESTREL_E2E_SHOW") != nullptr)
+        std::printf("%s", console.c_str());
+
+    EXPECT_EQ(init, ERR_OK) << Dump(log);
+    EXPECT_EQ(initEnd, ERR_OK);
+    EXPECT_EQ(exitResult, ERR_OK);
+    ASSERT_FALSE(log.empty()) << "nothing reached the log";
+    EXPECT_FALSE(Contains(log, "safe mode")) << Dump(log);
+    EXPECT_FALSE(Contains(log, "Import function(s) failed")) << Dump(log);
+    EXPECT_FALSE(Contains(log, "Cannot find configuration")) << Dump(log);
+    EXPECT_FALSE(Contains(log, "skipped")) << "the configuration is clean";
+    // The banner and the component list.
+    EXPECT_TRUE(Contains(log, "=======================================================================",
+                         static_cast<RTS_I32>(LOG_PRINT)));
+    EXPECT_TRUE(Contains(log, "KESTREL Control V3")) << Dump(log);
+    for (const char *name : kModules)
+        EXPECT_TRUE(Contains(log, std::string("<cmp>") + name + "</cmp> init")) << name << "\n" << Dump(log);
+    EXPECT_TRUE(Contains(log, "KESTREL Control ready"));
+    // Shut-down as far as the console saw it: done, no leak at the final hook.
+    EXPECT_NE(console.find("shutdown done"), std::string::npos) << console;
+    EXPECT_EQ(console.find("Memory leak"), std::string::npos) << console;
+    EXPECT_EQ(console.find("Pool leak"), std::string::npos) << console;
+    for (const char *name : kModules)
+        EXPECT_FALSE(IsModuleLoaded(name)) << name << " is still loaded";
+}
+
+// Bad configuration files: the runtime still starts with its defaults, and
+// the log says clearly what was wrong.
+TEST(EndToEnd, BadConfigurationFilesGiveClearLinesAndDefaults) {
+    TempDir dir;
+    std::string binary("\x7F" "ELF\x02\x01\x00\x00garbage\n[CmpLog]\nLogger.0.MaxEntries=4000\n[ComponentManager\nkey without value\n",
+                       60);
+    struct Row {
+        const char *what;
+        std::string file;     // empty: no file at all
+        RTS_RESULT init;      // what CMInit3 answers
+        const char *expected; // a line the log must hold
+    };
+    const Row rows[] = {
+        {"binary", dir.Write("binary.cfg", binary), ERR_OK, "skipped: control characters or binary data"},
+        {"malformed", dir.Write("malformed.cfg", "[CmpLog\nMaxEntries\n[SysMem]\nFailAllocation=many\n"), ERR_OK,
+         "line 1 skipped: section header without closing"},
+        {"empty", dir.Write("empty.cfg", ""), ERR_OK, "KESTREL Control ready"},
+        {"missing", dir.File("missing.cfg"), ERR_FAILED, "Cannot find configuration <file>"},
+    };
+    for (const Row &row : rows) {
+        kestrel::host::HostRegisterLinkedComponents();
+        RTS_RESULT init = CMInit3(row.file.c_str(), kestrel::host::kHostStandardList, CM_INIT_NO_INIT_END);
+        CMInitEnd();
+        std::vector<LogEntry> log = ReadLog();
+        CMExit();
+        EXPECT_EQ(init, row.init) << row.what;
+        EXPECT_TRUE(Contains(log, row.expected)) << row.what << "\n" << Dump(log);
+        EXPECT_TRUE(Contains(log, "KESTREL Control ready")) << row.what;
+        EXPECT_FALSE(Contains(log, "safe mode")) << row.what;
+        for (const char *name : kModules)
+            EXPECT_FALSE(IsModuleLoaded(name)) << row.what << ": " << name;
+    }
+}
+
+// Kept reachable so that a leak checker of the test process does not count
+// the block planted below; SysMem is what must report it.
+void *g_planted = nullptr;
+
+// Run after the clean start above: the component manager starts a second
+// time in the same process, and a block that is never given back is named
+// by SysMem at the final hook, when the logger already writes to standard
+// output directly.
+TEST(EndToEnd, LeakedBlockIsReportedAtTheFinalHook) {
+    TempDir dir;
+    std::string cfg = dir.Write("KESTRELControl.cfg", "[CmpLog]\nConsole=1\n");
+    kestrel::host::HostRegisterLinkedComponents();
+    testing::internal::CaptureStdout();
+    RTS_RESULT init = CMInit3(cfg.c_str(), kestrel::host::kHostStandardList, CM_INIT_NO_INIT_END);
+    CMInitEnd();
+    RTS_VOID_FCTPTR alloc = nullptr;
+    ASSERT_EQ(CMGetAPI("SysMemAllocData", &alloc, 0), ERR_OK);
+    g_planted = reinterpret_cast<decltype(&SysMemAllocData)>(alloc)("PlantedLeak", 123, nullptr);
+    CMExit();
+    std::string console = testing::internal::GetCapturedStdout();
+    EXPECT_EQ(init, ERR_OK);
+    ASSERT_NE(g_planted, nullptr);
+    EXPECT_NE(console.find("Memory leak: PlantedLeak still holds 123 bytes in 1 blocks"), std::string::npos) << console;
+}
+
+} // namespace
