@@ -148,7 +148,32 @@ template <typename Ch> RTS_RESULT Widen(const char *src, Ch *dest, RTS_SIZE size
     // no terminator test and no buffer test.
     const std::size_t n = kestrel::cmutl::BoundedLength(src, size - 1);
     const auto *bytes = reinterpret_cast<const unsigned char *>(src);
-    for (std::size_t i = 0; i < n; ++i) {
+    std::size_t i = 0;
+    // Sixteen bytes at a time: text without a byte in 0x80..0x9F, nearly all
+    // text, is simply zero-extended, which the compiler does with vector
+    // instructions.
+    constexpr std::size_t kBlock = 16;
+    for (; i + kBlock <= n; i += kBlock) {
+        // A local copy tells the compiler that the stores cannot change the source.
+        unsigned char block[kBlock];
+        std::memcpy(block, bytes + i, kBlock);
+        unsigned char special = 0;
+        for (std::size_t j = 0; j < kBlock; ++j) {
+            special |= static_cast<unsigned char>(block[j] - 0x80u) < 0x20u ? 1 : 0;
+        }
+        Ch wide[kBlock];
+        if (special == 0) {
+            for (std::size_t j = 0; j < kBlock; ++j) {
+                wide[j] = static_cast<Ch>(block[j]);
+            }
+        } else {
+            for (std::size_t j = 0; j < kBlock; ++j) {
+                wide[j] = static_cast<Ch>(kCp1252[block[j]]);
+            }
+        }
+        std::memcpy(dest + i, wide, sizeof wide);
+    }
+    for (; i < n; ++i) {
         dest[i] = static_cast<Ch>(kCp1252[bytes[i]]);
     }
     dest[n] = 0;

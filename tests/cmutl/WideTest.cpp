@@ -208,6 +208,23 @@ TYPED_TEST(WideFamily, NarrowToWideUsesCodePage1252) {
     EXPECT_EQ(euro[0], 0x20AC);
 }
 
+TYPED_TEST(WideFamily, LongTextUsesCodePage1252Too) {
+    // All bytes in order, so that the code-page bytes fall into the middle of
+    // blocks converted together, and the rest into plain ones.
+    std::string text;
+    for (int byte = 1; byte < 256; ++byte) {
+        text.push_back(static_cast<char>(byte));
+    }
+    std::basic_string<RTS_WCHAR> wide(text.size() + 1, 0xBEEF);
+    ASSERT_EQ(TypeParam::FromNarrow(text.c_str(), wide.data(), wide.size()), ERR_OK);
+    for (int byte = 1; byte < 256; ++byte) {
+        const RTS_WCHAR expected = byte >= 0x80 && byte <= 0x9F ? static_cast<RTS_WCHAR>(kCp1252High[byte - 0x80])
+                                                                : static_cast<RTS_WCHAR>(byte);
+        EXPECT_EQ(wide[byte - 1], expected) << "byte 0x" << std::hex << byte;
+    }
+    EXPECT_EQ(wide[text.size()], 0);
+}
+
 TYPED_TEST(WideFamily, NarrowToWideTruncation) {
     struct Row {
         const char *source;
