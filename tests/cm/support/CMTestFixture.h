@@ -32,6 +32,7 @@ class CMTest : public ::testing::Test {
         CMSetLinkedComponent("SysTarget", nullptr);
         CMSetLinkedComponent("SysFile", nullptr);
         CMSetLinkedComponent("CmpMemPool", &CmpMemPoolEntry);
+        ResetFakes();
     }
 
     // The service doubles first (CmpLog and CmpSettings supply the basic components of those names,

@@ -103,7 +103,9 @@ RTS_HANDLE FakeSemCreate(RTS_RESULT *pResult) {
     ++s_fakes.nSemCreated;
     if (pResult != nullptr)
         *pResult = ERR_OK;
-    return new FakeSem{0};
+    auto *pSem = new FakeSem{0};
+    s_fakes.semaphores.insert(pSem);
+    return pSem;
 }
 
 bool IsSem(RTS_HANDLE h) { return h != nullptr && h != RTS_INVALID_HANDLE; }
@@ -112,6 +114,7 @@ RTS_RESULT FakeSemDelete(RTS_HANDLE h) {
     if (!IsSem(h))
         return ERR_PARAMETER;
     ++s_fakes.nSemDeleted;
+    s_fakes.semaphores.erase(h);
     delete static_cast<FakeSem *>(h);
     return ERR_OK;
 }
@@ -140,6 +143,7 @@ void *FakeAlloc(const char *pszName, RTS_SIZE ulSize, RTS_RESULT *pResult) {
     if (p == nullptr)
         return nullptr;
     p[0] = ulSize;
+    s_fakes.blocks.insert(p);
     s_fakes.memory[pszName != nullptr ? pszName : ""] += static_cast<long>(ulSize);
     return p + 2;
 }
@@ -149,6 +153,7 @@ RTS_RESULT FakeFree(const char *pszName, void *pData) {
         return ERR_PARAMETER;
     RTS_SIZE *p = static_cast<RTS_SIZE *>(pData) - 2;
     s_fakes.memory[pszName != nullptr ? pszName : ""] -= static_cast<long>(p[0]);
+    s_fakes.blocks.erase(p);
     std::free(p);
     return ERR_OK;
 }
@@ -248,6 +253,10 @@ Fakes &F() { return s_fakes; }
 void ResetFakes() {
     for (FakeEvent *pEvent : s_fakes.events)
         delete pEvent;
+    for (void *pSem : s_fakes.semaphores)
+        delete static_cast<FakeSem *>(pSem);
+    for (void *pBlock : s_fakes.blocks)
+        std::free(pBlock);
     s_fakes = Fakes{};
     s_fakes.withheld.insert("SysTaskCreate");
 }

@@ -48,8 +48,11 @@ struct Fakes {
     RTS_UI32 ulStepMs = 0;
     // Semaphores.
     int nSemCreated = 0, nSemDeleted = 0, nSemEnter = 0, nSemLeave = 0;
-    // Memory: bytes still allocated per component name.
+    // Memory: bytes still allocated per component name, and the blocks themselves (what the
+    // runtime leaves allocated at its end is freed when the fakes are reset).
     std::map<std::string, long> memory;
+    std::set<void *> blocks;
+    std::set<void *> semaphores;
     // Events: created events in order, posts recorded into the trace; a listener per event id.
     std::vector<FakeEvent *> events;
     std::map<EVENTID, std::function<void(void *pParameter)>> listeners;
