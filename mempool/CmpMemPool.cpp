@@ -6,6 +6,18 @@ namespace kestrel::mempool {
 
 ComponentState g_state = {};
 
+void UpdateLockModes() {
+    const auto mode = [](bool bSemaphore, bool bInterrupt) {
+        if (!g_state.bReady)
+            return LockMode::NotReady;
+        return bSemaphore ? LockMode::Semaphore : bInterrupt ? LockMode::Interrupt : LockMode::None;
+    };
+    g_state.lockMode = mode(ImportedSysSemEnter() != nullptr, ImportedSysIntDisableAll() != nullptr);
+    g_state.unlockMode = mode(ImportedSysSemLeave() != nullptr, ImportedSysIntEnableAll() != nullptr);
+    const auto calls = [](LockMode m) { return m == LockMode::Semaphore || m == LockMode::Interrupt; };
+    g_state.bLockCalls = calls(g_state.lockMode) || calls(g_state.unlockMode);
+}
+
 namespace {
 
 constexpr RTS_UI32 kVersion = RTS_SYSTEM_VERSION;
@@ -97,10 +109,12 @@ RTS_RESULT HookFunction(RTS_UI32 ulHook, RTS_UINTPTR, RTS_UINTPTR) {
     case CH_INIT:
         ResolveImports();
         g_state.bReady = true;
+        UpdateLockModes();
         break;
     case CH_EXIT2:
         g_state.bReady = false;
         DropImports();
+        UpdateLockModes();
         break;
     default:
         break;

@@ -195,7 +195,7 @@ RTS_RESULT FixedBlocksPoolFree(FIXEDBLOCKSPOOL *pPool, void *pBlock) {
         // An address inside a block frees that block.
         const RTS_SIZE index = IndexOf(address - base, s);
         unsigned char *pStart = pBlocks + index * s;
-        std::memset(pStart, kFillFree, s);
+        FillPayload(pStart, kFillFree, s);
         StoreIndex(pStart, pChunk->ulFreeIndex);
         pChunk->ulFreeIndex = static_cast<RTS_UI32>(index);
         pPool->ulUsed -= s;

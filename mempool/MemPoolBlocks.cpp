@@ -46,28 +46,60 @@ bool RemoveUsed(Pcb *pcb, MEMPOOL_BLOCK *pHeader) {
     return bFound;
 }
 
+// The free-list part of MemPoolGetBlock, under the pool lock when there is one to take. The
+// block's link keeps its stale value.
+inline void *TakeFreeBlock(Pcb *pcb, RTS_RESULT *pResult) {
+    MEMPOOL_BLOCK *pHeader = pcb->pFreeList;
+    if (KESTREL_UNLIKELY(pHeader == nullptr)) {
+        SetResult(pResult, ERR_INVALID_POOL);
+        return nullptr;
+    }
+    pcb->pFreeList = pHeader->pNext;
+    pHeader->pPool = PoolPtr(pcb);
+    void *pPayload = PayloadOf(pHeader);
+    FillPayload(pPayload, 0, BlockSizeOf(pcb));
+    SetResult(pResult, ERR_OK);
+    return pPayload;
+}
+
+// The free-list part of MemPoolPutBlock. The block stays owned by its pool and is not taken off
+// the used list: callers remove it first, since both lists share the link.
+inline void ReturnBlock(Pcb *pcb, void *pBlock) {
+    MEMPOOL_BLOCK *pHeader = HeaderOf(pBlock);
+    pHeader->pNext = pcb->pFreeList;
+    pcb->pFreeList = pHeader;
+    FillPayload(pBlock, kFillFree, BlockSizeOf(pcb));
+}
+
+// Get and put when the lock calls a service: kept out of line, so that the paths without a lock
+// service need no call at all.
+__attribute__((noinline)) void *GetBlockLocked(Pcb *pcb, RTS_RESULT *pResult) {
+    if (pcb == nullptr) {
+        SetResult(pResult, ERR_INVALID_POOL);
+        return nullptr;
+    }
+    LockPcb(pcb);
+    void *pPayload = TakeFreeBlock(pcb, pResult);
+    UnlockPcb(pcb);
+    return pPayload;
+}
+
+__attribute__((noinline)) RTS_RESULT PutBlockLocked(Pcb *pcb, void *pBlock) {
+    LockPcb(pcb);
+    ReturnBlock(pcb, pBlock);
+    UnlockPcb(pcb);
+    return ERR_OK;
+}
+
 } // namespace
 
 extern "C" {
 
 void *MemPoolGetBlock(RTS_HANDLE hMemPool, RTS_RESULT *pResult) {
     Pcb *pcb = PcbOf(hMemPool);
-    if (KESTREL_LIKELY(pcb != nullptr)) {
-        LockPcb(pcb);
-        MEMPOOL_BLOCK *pHeader = pcb->pFreeList;
-        if (KESTREL_LIKELY(pHeader != nullptr)) {
-            pcb->pFreeList = pHeader->pNext;
-            pHeader->pPool = PoolPtr(pcb);
-            void *pPayload = PayloadOf(pHeader);
-            std::memset(pPayload, 0, BlockSizeOf(pcb));
-            UnlockPcb(pcb);
-            SetResult(pResult, ERR_OK);
-            return pPayload;
-        }
-        UnlockPcb(pcb);
-    }
-    SetResult(pResult, ERR_INVALID_POOL);
-    return nullptr;
+    if (KESTREL_LIKELY(pcb != nullptr && !g_state.bLockCalls))
+        return TakeFreeBlock(pcb, pResult);
+    return GetBlockLocked(pcb, pResult);
 }
 
 void *MemPoolGetBlock2(RTS_HANDLE hMemPool, RTS_UI32 ulNumBlocksIgnored, const char *pszComponentName,
@@ -89,15 +121,11 @@ RTS_RESULT MemPoolPutBlock(void *pBlock) {
     Pcb *pcb = PoolOfBlock(pBlock);
     if (KESTREL_UNLIKELY(pcb == nullptr))
         return ERR_PARAMETER;
-    // The block stays owned by its pool and is not taken off the used list: callers remove it
-    // first, since both lists share the link.
-    MEMPOOL_BLOCK *pHeader = HeaderOf(pBlock);
-    LockPcb(pcb);
-    pHeader->pNext = pcb->pFreeList;
-    pcb->pFreeList = pHeader;
-    std::memset(pBlock, kFillFree, BlockSizeOf(pcb));
-    UnlockPcb(pcb);
-    return ERR_OK;
+    if (KESTREL_LIKELY(!g_state.bLockCalls)) {
+        ReturnBlock(pcb, pBlock);
+        return ERR_OK;
+    }
+    return PutBlockLocked(pcb, pBlock);
 }
 
 RTS_RESULT MemPoolAddUsedBlock(void *pBlock) {

@@ -40,11 +40,19 @@ enum class Import : unsigned {
         Count
 };
 
-// The component's whole global state: one slot per import (null until hook 1 found it) and the
-// ready flag, set once hook 1 has imported and cleared again at hook 15.
+// How the pool lock is taken (and, separately, released), decided once when the imports change:
+// the component is not ready, or the semaphore service, the interrupt lock or nothing serves it.
+enum class LockMode : unsigned char { NotReady, Semaphore, Interrupt, None };
+
+// The component's whole global state: one slot per import (null until hook 1 found it), the ready
+// flag, set once hook 1 has imported and cleared again at hook 15, and the lock modes derived
+// from both. bLockCalls tells the hot paths whether locking calls anything at all.
 struct ComponentState {
     RTS_VOID_FCTPTR slots[static_cast<unsigned>(Import::Count)];
     bool bReady;
+    bool bLockCalls;
+    LockMode lockMode;
+    LockMode unlockMode;
 };
 extern ComponentState g_state;
 
@@ -94,31 +102,64 @@ inline void *PayloadOf(MEMPOOL_BLOCK *pHeader) {
 }
 inline MEMPOOL_BLOCK *BlockAt(void *p) { return static_cast<MEMPOOL_BLOCK *>(p); }
 
+// Fills a payload (its size is a multiple of the alignment) with one byte value. Payloads of 8 to
+// 64 bytes, the usual sizes, are filled in line with a few overlapping stores, which is much
+// cheaper than a call of memset for every block handed out or returned.
+typedef unsigned char FillVector __attribute__((vector_size(16)));
+inline void FillPayload(void *pPayload, unsigned char value, RTS_SIZE n) {
+    auto *p = static_cast<unsigned char *>(pPayload);
+    if (KESTREL_LIKELY(n >= 16 && n <= 64)) {
+        const FillVector pattern = value + FillVector{};
+        std::memcpy(p, &pattern, 16);
+        std::memcpy(p + n - 16, &pattern, 16);
+        if (n > 32) {
+            std::memcpy(p + 16, &pattern, 16);
+            std::memcpy(p + n - 32, &pattern, 16);
+        }
+    } else if (n >= 8 && n < 16) {
+        const RTS_UI64 pattern = 0x0101010101010101ull * value;
+        std::memcpy(p, &pattern, 8);
+        std::memcpy(p + n - 8, &pattern, 8);
+    } else {
+        std::memset(p, value, n);
+    }
+}
+
 inline void SetResult(RTS_RESULT *pResult, RTS_RESULT result) {
     if (pResult != nullptr)
         *pResult = result;
 }
 
 // Pool lock on a control block known to be valid: the semaphore service when present, else the
-// interrupt lock with the hSem word as its save area, else no lock service at all.
+// interrupt lock with the hSem word as its save area, else no lock service at all (12); before
+// hook 1 and after hook 15 the component is not ready (3).
 inline RTS_RESULT LockPcb(Pcb *pcb) {
-    if (KESTREL_UNLIKELY(!g_state.bReady))
+    switch (g_state.lockMode) {
+    case LockMode::Semaphore:
+        return ImportedSysSemEnter()(pcb->hSem);
+    case LockMode::Interrupt:
+        return ImportedSysIntDisableAll()(&pcb->hSem);
+    case LockMode::None:
+        return ERR_NOTIMPLEMENTED;
+    default:
         return ERR_NOT_INITIALIZED;
-    if (auto pfEnter = ImportedSysSemEnter())
-        return pfEnter(pcb->hSem);
-    if (auto pfDisable = ImportedSysIntDisableAll())
-        return pfDisable(&pcb->hSem);
-    return ERR_NOTIMPLEMENTED;
+    }
 }
 inline RTS_RESULT UnlockPcb(Pcb *pcb) {
-    if (KESTREL_UNLIKELY(!g_state.bReady))
+    switch (g_state.unlockMode) {
+    case LockMode::Semaphore:
+        return ImportedSysSemLeave()(pcb->hSem);
+    case LockMode::Interrupt:
+        return ImportedSysIntEnableAll()(&pcb->hSem);
+    case LockMode::None:
+        return ERR_NOTIMPLEMENTED;
+    default:
         return ERR_NOT_INITIALIZED;
-    if (auto pfLeave = ImportedSysSemLeave())
-        return pfLeave(pcb->hSem);
-    if (auto pfEnable = ImportedSysIntEnableAll())
-        return pfEnable(&pcb->hSem);
-    return ERR_NOTIMPLEMENTED;
+    }
 }
+
+// Derives the lock modes from the ready flag and the slots; called whenever either changes.
+void UpdateLockModes();
 
 // Lays out n blocks of payload size s from pFirst on, all owned by pPool and chained in address
 // order; returns the last header, or null when nothing was laid out.
