@@ -50,7 +50,7 @@ enum Flag : unsigned { kLeft = 1, kPlus = 2, kSpace = 4, kAlt = 8, kZero = 16 };
 
 enum class Length { None, hh, h, l, ll, j, z, t, L };
 
-struct Spec {
+struct Directive {
     unsigned flags = 0;
     long long width = -1;     // -1: none
     long long precision = -1; // -1: none
@@ -90,27 +90,27 @@ char *Digits(std::uint64_t v, unsigned base, bool upper, char *end) {
     return p;
 }
 
-std::size_t PadFor(const Spec &spec, std::size_t body) {
-    return spec.width > 0 && static_cast<unsigned long long>(spec.width) > body
-               ? static_cast<std::size_t>(spec.width) - body
+std::size_t PadFor(const Directive &dir, std::size_t body) {
+    return dir.width > 0 && static_cast<unsigned long long>(dir.width) > body
+               ? static_cast<std::size_t>(dir.width) - body
                : 0;
 }
 
-void PutInteger(Sink &out, const Spec &spec, std::uint64_t magnitude, bool negative) {
-    const char conv = spec.conversion;
+void PutInteger(Sink &out, const Directive &dir, std::uint64_t magnitude, bool negative) {
+    const char conv = dir.conversion;
     const bool isSigned = conv == 'd' || conv == 'i';
     const unsigned base = (conv == 'x' || conv == 'X') ? 16 : (conv == 'o' ? 8 : 10);
     char buffer[24];
     char *end = buffer + sizeof buffer;
     char *first = end;
-    if (!(spec.precision == 0 && magnitude == 0)) {
+    if (!(dir.precision == 0 && magnitude == 0)) {
         first = Digits(magnitude, base, conv == 'X', end);
     }
     std::size_t digits = static_cast<std::size_t>(end - first);
-    std::size_t zeros = spec.precision > 0 && static_cast<unsigned long long>(spec.precision) > digits
-                            ? static_cast<std::size_t>(spec.precision) - digits
+    std::size_t zeros = dir.precision > 0 && static_cast<unsigned long long>(dir.precision) > digits
+                            ? static_cast<std::size_t>(dir.precision) - digits
                             : 0;
-    if (conv == 'o' && (spec.flags & kAlt) && zeros == 0 && (digits == 0 || *first != '0')) {
+    if (conv == 'o' && (dir.flags & kAlt) && zeros == 0 && (digits == 0 || *first != '0')) {
         zeros = 1; // the alternative form of octal starts with a zero
     }
     char prefix[2];
@@ -118,22 +118,22 @@ void PutInteger(Sink &out, const Spec &spec, std::uint64_t magnitude, bool negat
     if (isSigned) {
         if (negative) {
             prefix[prefixLength++] = '-';
-        } else if (spec.flags & kPlus) {
+        } else if (dir.flags & kPlus) {
             prefix[prefixLength++] = '+';
-        } else if (spec.flags & kSpace) {
+        } else if (dir.flags & kSpace) {
             prefix[prefixLength++] = ' ';
         }
-    } else if (base == 16 && (spec.flags & kAlt) && magnitude != 0) {
+    } else if (base == 16 && (dir.flags & kAlt) && magnitude != 0) {
         prefix[prefixLength++] = '0';
         prefix[prefixLength++] = conv;
     }
-    const std::size_t pad = PadFor(spec, prefixLength + zeros + digits);
-    if (spec.flags & kLeft) {
+    const std::size_t pad = PadFor(dir, prefixLength + zeros + digits);
+    if (dir.flags & kLeft) {
         out.Put(prefix, prefixLength);
         out.Fill('0', zeros);
         out.Put(first, digits);
         out.Fill(' ', pad);
-    } else if ((spec.flags & kZero) && spec.precision < 0) {
+    } else if ((dir.flags & kZero) && dir.precision < 0) {
         out.Put(prefix, prefixLength);
         out.Fill('0', pad + zeros);
         out.Put(first, digits);
@@ -145,25 +145,25 @@ void PutInteger(Sink &out, const Spec &spec, std::uint64_t magnitude, bool negat
     }
 }
 
-void PutText(Sink &out, const Spec &spec, const char *text, std::size_t n) {
-    const std::size_t pad = PadFor(spec, n);
-    if (!(spec.flags & kLeft)) {
+void PutText(Sink &out, const Directive &dir, const char *text, std::size_t n) {
+    const std::size_t pad = PadFor(dir, n);
+    if (!(dir.flags & kLeft)) {
         out.Fill(' ', pad);
     }
     out.Put(text, n);
-    if (spec.flags & kLeft) {
+    if (dir.flags & kLeft) {
         out.Fill(' ', pad);
     }
 }
 
-// Rebuilds one conversion specification with '*' values resolved, for the C
+// Rebuilds one conversion directive with '*' values resolved, for the C
 // library. The buffer holds the longest one: five flags, two numbers below
 // 2^31, a length letter and the conversion.
-void BuildSpec(const Spec &spec, char *buffer) {
+void BuildDirective(const Directive &dir, char *buffer) {
     char *p = buffer;
     *p++ = '%';
     for (auto [flag, c] : {std::pair{kLeft, '-'}, {kPlus, '+'}, {kSpace, ' '}, {kAlt, '#'}, {kZero, '0'}}) {
-        if (spec.flags & flag) {
+        if (dir.flags & flag) {
             *p++ = c;
         }
     }
@@ -175,25 +175,25 @@ void BuildSpec(const Spec &spec, char *buffer) {
             *p++ = *first++;
         }
     };
-    if (spec.width >= 0) {
-        putNumber(spec.width);
+    if (dir.width >= 0) {
+        putNumber(dir.width);
     }
-    if (spec.precision >= 0) {
+    if (dir.precision >= 0) {
         *p++ = '.';
-        putNumber(spec.precision);
+        putNumber(dir.precision);
     }
-    if (spec.length == Length::L) {
+    if (dir.length == Length::L) {
         *p++ = 'L';
     }
-    *p++ = spec.conversion;
+    *p++ = dir.conversion;
     *p = 0;
 }
 
 // Hands one conversion to the C library, writing straight into the rest of
 // the destination. Returns false when the C library reports an error.
-template <typename T> bool Delegate(Sink &out, const Spec &spec, T value) {
+template <typename T> bool Delegate(Sink &out, const Directive &dir, T value) {
     char format[64];
-    BuildSpec(spec, format);
+    BuildDirective(dir, format);
     const std::size_t room = out.length < out.capacity ? out.capacity - out.length + 1 : 0;
     const int n = std::snprintf(room != 0 ? out.dest + out.length : nullptr, room, format, value);
     if (n < 0) {
@@ -203,7 +203,7 @@ template <typename T> bool Delegate(Sink &out, const Spec &spec, T value) {
     return true;
 }
 
-// Parses a decimal number of a specification; returns -2 on overflow.
+// Parses a decimal number of a directive; returns -2 on overflow.
 long long ParseNumber(const char *&p) {
     long long v = 0;
     while (*p >= '0' && *p <= '9') {
@@ -239,18 +239,18 @@ Step Run(Sink &out, const char *format, va_list *ap) {
             ++p;
             continue;
         }
-        Spec spec;
+        Directive dir;
         for (;; ++p) {
             if (*p == '-') {
-                spec.flags |= kLeft;
+                dir.flags |= kLeft;
             } else if (*p == '+') {
-                spec.flags |= kPlus;
+                dir.flags |= kPlus;
             } else if (*p == ' ') {
-                spec.flags |= kSpace;
+                dir.flags |= kSpace;
             } else if (*p == '#') {
-                spec.flags |= kAlt;
+                dir.flags |= kAlt;
             } else if (*p == '0') {
-                spec.flags |= kZero;
+                dir.flags |= kZero;
             } else {
                 break;
             }
@@ -259,13 +259,13 @@ Step Run(Sink &out, const char *format, va_list *ap) {
             const int w = va_arg(*ap, int);
             ++p;
             if (w < 0) {
-                spec.flags |= kLeft;
-                spec.width = -static_cast<long long>(w);
+                dir.flags |= kLeft;
+                dir.width = -static_cast<long long>(w);
             } else {
-                spec.width = w;
+                dir.width = w;
             }
         } else if (*p >= '1' && *p <= '9') {
-            spec.width = ParseNumber(p);
+            dir.width = ParseNumber(p);
             if (*p == '$') {
                 return Step::Whole; // positional arguments
             }
@@ -275,48 +275,48 @@ Step Run(Sink &out, const char *format, va_list *ap) {
             if (*p == '*') {
                 const int prec = va_arg(*ap, int);
                 ++p;
-                spec.precision = prec < 0 ? -1 : prec;
+                dir.precision = prec < 0 ? -1 : prec;
             } else {
-                spec.precision = ParseNumber(p);
+                dir.precision = ParseNumber(p);
             }
         }
-        if (spec.width == -2 || spec.precision == -2 || spec.width > INT_MAX || spec.precision > INT_MAX) {
+        if (dir.width == -2 || dir.precision == -2 || dir.width > INT_MAX || dir.precision > INT_MAX) {
             return Step::Error; // no output of that length can be reported
         }
         switch (*p) {
         case 'h':
-            spec.length = p[1] == 'h' ? Length::hh : Length::h;
+            dir.length = p[1] == 'h' ? Length::hh : Length::h;
             p += p[1] == 'h' ? 2 : 1;
             break;
         case 'l':
-            spec.length = p[1] == 'l' ? Length::ll : Length::l;
+            dir.length = p[1] == 'l' ? Length::ll : Length::l;
             p += p[1] == 'l' ? 2 : 1;
             break;
         case 'j':
-            spec.length = Length::j;
+            dir.length = Length::j;
             ++p;
             break;
         case 'z':
-            spec.length = Length::z;
+            dir.length = Length::z;
             ++p;
             break;
         case 't':
-            spec.length = Length::t;
+            dir.length = Length::t;
             ++p;
             break;
         case 'L':
-            spec.length = Length::L;
+            dir.length = Length::L;
             ++p;
             break;
         default:
             break;
         }
-        spec.conversion = *p++;
-        switch (spec.conversion) {
+        dir.conversion = *p++;
+        switch (dir.conversion) {
         case 'd':
         case 'i': {
             std::int64_t v = 0;
-            switch (spec.length) {
+            switch (dir.length) {
             case Length::None:
                 v = va_arg(*ap, int);
                 break;
@@ -347,7 +347,7 @@ Step Run(Sink &out, const char *format, va_list *ap) {
             const bool negative = v < 0;
             const std::uint64_t magnitude =
                 negative ? 0 - static_cast<std::uint64_t>(v) : static_cast<std::uint64_t>(v);
-            PutInteger(out, spec, magnitude, negative);
+            PutInteger(out, dir, magnitude, negative);
             break;
         }
         case 'u':
@@ -355,7 +355,7 @@ Step Run(Sink &out, const char *format, va_list *ap) {
         case 'x':
         case 'X': {
             std::uint64_t v = 0;
-            switch (spec.length) {
+            switch (dir.length) {
             case Length::None:
                 v = va_arg(*ap, unsigned);
                 break;
@@ -383,44 +383,44 @@ Step Run(Sink &out, const char *format, va_list *ap) {
             case Length::L:
                 return Step::Whole;
             }
-            PutInteger(out, spec, v, false);
+            PutInteger(out, dir, v, false);
             break;
         }
         case 'c': {
-            if (spec.length != Length::None) {
+            if (dir.length != Length::None) {
                 return Step::Whole; // wide character
             }
             const char c = static_cast<char>(va_arg(*ap, int));
-            if (spec.flags & kZero) {
+            if (dir.flags & kZero) {
                 // The C standard leaves '0' with %c open; the C library's answer is the one to give.
-                if (!Delegate(out, spec, static_cast<int>(static_cast<unsigned char>(c)))) {
+                if (!Delegate(out, dir, static_cast<int>(static_cast<unsigned char>(c)))) {
                     return Step::Error;
                 }
                 break;
             }
-            PutText(out, spec, &c, 1);
+            PutText(out, dir, &c, 1);
             break;
         }
         case 's': {
-            if (spec.length != Length::None) {
+            if (dir.length != Length::None) {
                 return Step::Whole; // wide string
             }
             const char *s = va_arg(*ap, const char *);
-            if (s == nullptr || (spec.flags & kZero)) {
+            if (s == nullptr || (dir.flags & kZero)) {
                 // What a null string prints as, and '0' with %s, are the C library's to say.
-                if (!Delegate(out, spec, s)) {
+                if (!Delegate(out, dir, s)) {
                     return Step::Error;
                 }
                 break;
             }
             const std::size_t n =
-                spec.precision >= 0 ? BoundedLength(s, static_cast<std::size_t>(spec.precision)) : std::strlen(s);
-            PutText(out, spec, s, n);
+                dir.precision >= 0 ? BoundedLength(s, static_cast<std::size_t>(dir.precision)) : std::strlen(s);
+            PutText(out, dir, s, n);
             break;
         }
         case 'p':
-            if (spec.length != Length::None || !Delegate(out, spec, va_arg(*ap, void *))) {
-                return spec.length != Length::None ? Step::Whole : Step::Error;
+            if (dir.length != Length::None || !Delegate(out, dir, va_arg(*ap, void *))) {
+                return dir.length != Length::None ? Step::Whole : Step::Error;
             }
             break;
         case 'f':
@@ -432,11 +432,11 @@ Step Run(Sink &out, const char *format, va_list *ap) {
         case 'a':
         case 'A': {
             bool ok = false;
-            if (spec.length == Length::L) {
-                ok = Delegate(out, spec, va_arg(*ap, long double));
-            } else if (spec.length == Length::None || spec.length == Length::l) {
-                spec.length = Length::None;
-                ok = Delegate(out, spec, va_arg(*ap, double));
+            if (dir.length == Length::L) {
+                ok = Delegate(out, dir, va_arg(*ap, long double));
+            } else if (dir.length == Length::None || dir.length == Length::l) {
+                dir.length = Length::None;
+                ok = Delegate(out, dir, va_arg(*ap, double));
             } else {
                 return Step::Whole;
             }
