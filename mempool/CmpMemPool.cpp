@@ -100,9 +100,13 @@ RTS_RESULT ExportFunctions() {
 
 // The imports are resolved at hook 1 rather than here: the component manager uses the pools
 // before the import pass, and the component must behave as "not ready" until then.
-RTS_RESULT ImportFunctions() { return ERR_OK; }
+RTS_RESULT ImportFunctions() {
+    return ERR_OK;
+}
 
-RTS_UI32 GetVersion() { return kVersion; }
+RTS_UI32 GetVersion() {
+    return kVersion;
+}
 
 RTS_RESULT HookFunction(RTS_UI32 ulHook, RTS_UINTPTR, RTS_UINTPTR) {
     switch (ulHook) {

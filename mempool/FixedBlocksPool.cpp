@@ -14,9 +14,15 @@ constexpr RTS_SIZE kChunkHeader = FIXEDBLOCKS_CHUNK_HEADER_SIZE;
 // Block addresses handed to FixedBlocksPoolFree must at least be aligned to the index word.
 constexpr RTS_UINTPTR kAddressGranule = sizeof(RTS_UI32);
 
-inline Chunk *FirstChunk(const FIXEDBLOCKSPOOL *pPool) { return reinterpret_cast<Chunk *>(pPool->pChunks); }
-inline Chunk *NextChunk(const Chunk *pChunk) { return reinterpret_cast<Chunk *>(pChunk->pNext); }
-inline unsigned char *BlocksOf(const Chunk *pChunk) { return static_cast<unsigned char *>(pChunk->pBlocks); }
+inline Chunk *FirstChunk(const FIXEDBLOCKSPOOL *pPool) {
+    return reinterpret_cast<Chunk *>(pPool->pChunks);
+}
+inline Chunk *NextChunk(const Chunk *pChunk) {
+    return reinterpret_cast<Chunk *>(pChunk->pNext);
+}
+inline unsigned char *BlocksOf(const Chunk *pChunk) {
+    return static_cast<unsigned char *>(pChunk->pBlocks);
+}
 
 // Index of the block that holds a byte offset into the block space. The block size is a power of
 // two for most pools, where a shift replaces the division.
@@ -32,7 +38,9 @@ inline RTS_UI32 LoadIndex(const unsigned char *pBlock) {
     std::memcpy(&index, pBlock, sizeof index);
     return index;
 }
-inline void StoreIndex(unsigned char *pBlock, RTS_UI32 index) { std::memcpy(pBlock, &index, sizeof index); }
+inline void StoreIndex(unsigned char *pBlock, RTS_UI32 index) {
+    std::memcpy(pBlock, &index, sizeof index);
+}
 
 // Makes every block of a chunk untouched again and fills the block space.
 void ReclaimChunk(Chunk *pChunk, RTS_UI32 s, RTS_UI32 n) {

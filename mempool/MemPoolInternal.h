@@ -20,7 +20,7 @@ namespace kestrel::mempool {
 
 // Every function the component imports, in the order it asks the component manager for them. Each
 // is optional: the operation that needs one tests its slot and falls back or fails.
-#define KESTREL_MEMPOOL_IMPORTS(X)                                                                                    \
+#define KESTREL_MEMPOOL_IMPORTS(X)                                                                                     \
     X(LogAdd)                                                                                                          \
     X(SysExceptGenerateException)                                                                                      \
     X(SysMemFreeData)                                                                                                  \
@@ -75,7 +75,9 @@ typedef FIXEDBLOCKSCHUNK Chunk __attribute__((aligned(1)));
 constexpr unsigned char kFillFree = 0xAA;      // returned and reclaimed blocks
 constexpr unsigned char kFillExtension = 0xEE; // new extension chunks before their blocks are laid out
 
-inline RTS_SIZE AlignUp(RTS_SIZE value) { return MEMPOOL_ALIGN_SIZE(value); }
+inline RTS_SIZE AlignUp(RTS_SIZE value) {
+    return MEMPOOL_ALIGN_SIZE(value);
+}
 inline unsigned char *AlignUp(void *p) {
     auto *c = static_cast<unsigned char *>(p);
     return c + (AlignUp(reinterpret_cast<RTS_UINTPTR>(c)) - reinterpret_cast<RTS_UINTPTR>(c));
@@ -87,11 +89,19 @@ inline Pcb *PcbOf(RTS_HANDLE hMemPool) {
         return nullptr;
     return static_cast<Pcb *>(hMemPool);
 }
-inline Pcb *PcbOf(MEMPOOL_PCB *pPool) { return reinterpret_cast<Pcb *>(pPool); }
-inline MEMPOOL_PCB *PoolPtr(Pcb *pcb) { return reinterpret_cast<MEMPOOL_PCB *>(pcb); }
+inline Pcb *PcbOf(MEMPOOL_PCB *pPool) {
+    return reinterpret_cast<Pcb *>(pPool);
+}
+inline MEMPOOL_PCB *PoolPtr(Pcb *pcb) {
+    return reinterpret_cast<MEMPOOL_PCB *>(pcb);
+}
 
-inline RTS_SIZE BlockSizeOf(const Pcb *pcb) { return pcb->ulBlockSizeAndFlags & MEMPOOL_SIZE_MASK; }
-inline RTS_SIZE StrideOf(RTS_SIZE s) { return s + MEMPOOL_BLOCK_HEADER_SIZE; }
+inline RTS_SIZE BlockSizeOf(const Pcb *pcb) {
+    return pcb->ulBlockSizeAndFlags & MEMPOOL_SIZE_MASK;
+}
+inline RTS_SIZE StrideOf(RTS_SIZE s) {
+    return s + MEMPOOL_BLOCK_HEADER_SIZE;
+}
 
 // Every operation on a block finds its header one header size in front of the payload.
 inline MEMPOOL_BLOCK *HeaderOf(void *pPayload) {
@@ -100,7 +110,9 @@ inline MEMPOOL_BLOCK *HeaderOf(void *pPayload) {
 inline void *PayloadOf(MEMPOOL_BLOCK *pHeader) {
     return reinterpret_cast<unsigned char *>(pHeader) + MEMPOOL_BLOCK_HEADER_SIZE;
 }
-inline MEMPOOL_BLOCK *BlockAt(void *p) { return static_cast<MEMPOOL_BLOCK *>(p); }
+inline MEMPOOL_BLOCK *BlockAt(void *p) {
+    return static_cast<MEMPOOL_BLOCK *>(p);
+}
 
 // Fills a payload (its size is a multiple of the alignment) with one byte value. Payloads of 8 to
 // 64 bytes, the usual sizes, are filled in line with a few overlapping stores, which is much

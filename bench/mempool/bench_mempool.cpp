@@ -116,7 +116,9 @@ RTS_RESULT MutexDelete(RTS_HANDLE h) {
 
 enum class LockKind { None, Spin, Mutex };
 
-template <typename F> RTS_VOID_FCTPTR Fn(F *f) { return reinterpret_cast<RTS_VOID_FCTPTR>(f); }
+template <typename F> RTS_VOID_FCTPTR Fn(F *f) {
+    return reinterpret_cast<RTS_VOID_FCTPTR>(f);
+}
 
 // Hook 15 and hook 1 again, with the memory service and the chosen semaphore service.
 void StartComponent(LockKind kind) {
@@ -159,9 +161,15 @@ void MemPoolGetPut(benchmark::State &state, LockKind kind) {
     }
     MemPoolDelete(h, "Bench");
 }
-void BM_MemPoolGetPut_NoLock(benchmark::State &state) { MemPoolGetPut(state, LockKind::None); }
-void BM_MemPoolGetPut_SpinLock(benchmark::State &state) { MemPoolGetPut(state, LockKind::Spin); }
-void BM_MemPoolGetPut_StdMutex(benchmark::State &state) { MemPoolGetPut(state, LockKind::Mutex); }
+void BM_MemPoolGetPut_NoLock(benchmark::State &state) {
+    MemPoolGetPut(state, LockKind::None);
+}
+void BM_MemPoolGetPut_SpinLock(benchmark::State &state) {
+    MemPoolGetPut(state, LockKind::Spin);
+}
+void BM_MemPoolGetPut_StdMutex(benchmark::State &state) {
+    MemPoolGetPut(state, LockKind::Mutex);
+}
 
 // The peers zero the block after allocation and fill it with 0xAA before release, as the pool
 // does; DoNotOptimize keeps the compiler from dropping the fill in front of the release.
@@ -176,10 +184,12 @@ template <typename Alloc, typename Free> void AllocFreeWithFills(benchmark::Stat
     }
 }
 void BM_GlibcMalloc_Fills(benchmark::State &state) {
-    AllocFreeWithFills(state, [] { return g_glibc.pfMalloc(kBlock); }, [](void *p) { g_glibc.pfFree(p); });
+    AllocFreeWithFills(
+        state, [] { return g_glibc.pfMalloc(kBlock); }, [](void *p) { g_glibc.pfFree(p); });
 }
 void BM_Mimalloc_Fills(benchmark::State &state) {
-    AllocFreeWithFills(state, [] { return mi_malloc(kBlock); }, [](void *p) { mi_free(p); });
+    AllocFreeWithFills(
+        state, [] { return mi_malloc(kBlock); }, [](void *p) { mi_free(p); });
 }
 void BM_PmrPool_Fills(benchmark::State &state) {
     std::pmr::unsynchronized_pool_resource resource;
@@ -290,8 +300,7 @@ int main(int argc, char **argv) {
         char required[32] = "(information)";
         if (c.required != 0)
             std::snprintf(required, sizeof required, ">= %.1fx %s", c.required, ok ? "ok" : "MISSED");
-        std::printf("%-28s %-24s %10.2f %10.2f %7.2fx %s\n", c.subject, c.peer, s->second, p->second, ratio,
-                    required);
+        std::printf("%-28s %-24s %10.2f %10.2f %7.2fx %s\n", c.subject, c.peer, s->second, p->second, ratio, required);
     }
     return failures == 0 ? 0 : 2;
 }

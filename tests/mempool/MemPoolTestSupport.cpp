@@ -17,7 +17,9 @@ int Recorder::SemDepthTotal() const {
     return total;
 }
 
-RTS_HANDLE FakeSemHandle(int n) { return reinterpret_cast<RTS_HANDLE>(static_cast<RTS_UINTPTR>(0x5E00 + n)); }
+RTS_HANDLE FakeSemHandle(int n) {
+    return reinterpret_cast<RTS_HANDLE>(static_cast<RTS_UINTPTR>(0x5E00 + n));
+}
 
 namespace {
 
@@ -111,9 +113,17 @@ RTS_RESULT TestLogAdd(RTS_HANDLE hLogger, CMPID cmpId, RTS_UI32 ulClassId, RTS_R
 }
 
 void ProvideServices(kestrel::test::FakeCM &cm, const Services &services) {
-    const char *const all[] = {"LogAdd",          "SysMemAllocData", "SysMemFreeData", "SysSemCreate",
-                               "SysSemEnter",     "SysSemLeave",     "SysSemDelete",   "SysIntDisableAll",
-                               "SysIntEnableAll", "SysCpuAtomicAdd", "SysExceptGenerateException"};
+    const char *const all[] = {"LogAdd",
+                               "SysMemAllocData",
+                               "SysMemFreeData",
+                               "SysSemCreate",
+                               "SysSemEnter",
+                               "SysSemLeave",
+                               "SysSemDelete",
+                               "SysIntDisableAll",
+                               "SysIntEnableAll",
+                               "SysCpuAtomicAdd",
+                               "SysExceptGenerateException"};
     for (const char *name : all)
         cm.Withdraw(name);
     if (services.bLog)
@@ -157,7 +167,9 @@ void MemPoolTest::Restart(const Services &services) {
     ASSERT_EQ(cm_.Hook(CH_INIT), ERR_OK);
 }
 
-void MemPoolTest::StopComponent() { cm_.Hook(CH_EXIT2); }
+void MemPoolTest::StopComponent() {
+    cm_.Hook(CH_EXIT2);
+}
 
 MEMPOOL_PCB PcbCopy(RTS_HANDLE hPool) {
     MEMPOOL_PCB pcb;

@@ -23,8 +23,12 @@ struct Services {
     bool bInterrupts = false;
     bool bLog = true;
 };
-inline Services NoLockService() { return Services{true, false, false, true}; }
-inline Services InterruptsOnly() { return Services{true, false, true, true}; }
+inline Services NoLockService() {
+    return Services{true, false, false, true};
+}
+inline Services InterruptsOnly() {
+    return Services{true, false, true, true};
+}
 
 // What the doubles saw, and how they answer.
 struct Recorder {
@@ -34,9 +38,9 @@ struct Recorder {
     std::vector<RTS_SIZE> allocSizes;
     std::vector<std::string> freeNames;
     std::vector<void *> freed;
-    int failAllocsAfter = -1;            // number of allocations that still succeed; -1: all
+    int failAllocsAfter = -1; // number of allocations that still succeed; -1: all
     RTS_RESULT allocFailResult = ERR_NOMEMORY;
-    RTS_RESULT freeResult = ERR_OK;      // answered by free; nonzero: the memory is kept
+    RTS_RESULT freeResult = ERR_OK; // answered by free; nonzero: the memory is kept
 
     // Semaphore service: fake handles 0x5E00 + n, a trace of calls and the nesting per handle.
     std::vector<std::string> semTrace; // "create 1", "enter 1", "leave 1", "delete 1"
@@ -96,8 +100,12 @@ std::vector<void *> UsedList(RTS_HANDLE hPool);
 // True when all n bytes at p equal value.
 bool AllBytes(const void *p, RTS_SIZE n, unsigned char value);
 // Round up to the pool alignment, as the component does.
-inline RTS_SIZE Aligned(RTS_SIZE s) { return MEMPOOL_ALIGN_SIZE(s); }
-inline RTS_SIZE Stride(RTS_SIZE s) { return Aligned(s) + MEMPOOL_BLOCK_HEADER_SIZE; }
+inline RTS_SIZE Aligned(RTS_SIZE s) {
+    return MEMPOOL_ALIGN_SIZE(s);
+}
+inline RTS_SIZE Stride(RTS_SIZE s) {
+    return Aligned(s) + MEMPOOL_BLOCK_HEADER_SIZE;
+}
 // The first address at or behind p that is aligned to the pool alignment.
 inline unsigned char *AlignedStart(unsigned char *p) {
     return p + (Aligned(reinterpret_cast<RTS_UINTPTR>(p)) - reinterpret_cast<RTS_UINTPTR>(p));

@@ -26,24 +26,41 @@ struct ExportRow {
     const char *name;
     RTS_VOID_FCTPTR fn;
 };
-#define EXPORT_ROW(f) {#f, reinterpret_cast<RTS_VOID_FCTPTR>(&f)}
+#define EXPORT_ROW(f)                                                                                                  \
+    { #f, reinterpret_cast < RTS_VOID_FCTPTR>(&f) }
 const ExportRow kExpectedExports[] = {
-    EXPORT_ROW(MemPoolCreateDynamic),       EXPORT_ROW(MemPoolCreateStatic),
-    EXPORT_ROW(MemPoolExtendDynamic),       EXPORT_ROW(MemPoolExtendStatic),
-    EXPORT_ROW(MemPoolCreateSyncObject),    EXPORT_ROW(MemPoolDeleteSyncObject),
-    EXPORT_ROW(MemPoolDelete),              EXPORT_ROW(MemPoolCleanup),
-    EXPORT_ROW(MemPoolGetBlock),            EXPORT_ROW(MemPoolGetBlock2),
-    EXPORT_ROW(MemPoolPutBlock),            EXPORT_ROW(MemPoolAddUsedBlock),
-    EXPORT_ROW(MemPoolAppendUsedBlock),     EXPORT_ROW(MemPoolInsertUsedBlock),
-    EXPORT_ROW(MemPoolRemoveUsedBlock),     EXPORT_ROW(MemPoolAddUsedBlockToPool),
-    EXPORT_ROW(MemPoolAppendUsedBlockToPool), EXPORT_ROW(MemPoolRemoveUsedBlockFromPool),
-    EXPORT_ROW(MemPoolLockBlock),           EXPORT_ROW(MemPoolUnlockBlock),
-    EXPORT_ROW(MemPoolLock),                EXPORT_ROW(MemPoolUnlock),
-    EXPORT_ROW(MemPoolGetPCB),              EXPORT_ROW(MemPoolFindBlock),
-    EXPORT_ROW(MemPoolIsValidBlock),        EXPORT_ROW(MemPoolGetFirstBlock),
-    EXPORT_ROW(MemPoolGetNextBlock),        EXPORT_ROW(FixedBlocksPoolInit),
-    EXPORT_ROW(FixedBlocksPoolAlloc),       EXPORT_ROW(FixedBlocksPoolFree),
-    EXPORT_ROW(FixedBlocksPoolReclaim),     EXPORT_ROW(FixedBlocksPoolDestroy),
+    EXPORT_ROW(MemPoolCreateDynamic),
+    EXPORT_ROW(MemPoolCreateStatic),
+    EXPORT_ROW(MemPoolExtendDynamic),
+    EXPORT_ROW(MemPoolExtendStatic),
+    EXPORT_ROW(MemPoolCreateSyncObject),
+    EXPORT_ROW(MemPoolDeleteSyncObject),
+    EXPORT_ROW(MemPoolDelete),
+    EXPORT_ROW(MemPoolCleanup),
+    EXPORT_ROW(MemPoolGetBlock),
+    EXPORT_ROW(MemPoolGetBlock2),
+    EXPORT_ROW(MemPoolPutBlock),
+    EXPORT_ROW(MemPoolAddUsedBlock),
+    EXPORT_ROW(MemPoolAppendUsedBlock),
+    EXPORT_ROW(MemPoolInsertUsedBlock),
+    EXPORT_ROW(MemPoolRemoveUsedBlock),
+    EXPORT_ROW(MemPoolAddUsedBlockToPool),
+    EXPORT_ROW(MemPoolAppendUsedBlockToPool),
+    EXPORT_ROW(MemPoolRemoveUsedBlockFromPool),
+    EXPORT_ROW(MemPoolLockBlock),
+    EXPORT_ROW(MemPoolUnlockBlock),
+    EXPORT_ROW(MemPoolLock),
+    EXPORT_ROW(MemPoolUnlock),
+    EXPORT_ROW(MemPoolGetPCB),
+    EXPORT_ROW(MemPoolFindBlock),
+    EXPORT_ROW(MemPoolIsValidBlock),
+    EXPORT_ROW(MemPoolGetFirstBlock),
+    EXPORT_ROW(MemPoolGetNextBlock),
+    EXPORT_ROW(FixedBlocksPoolInit),
+    EXPORT_ROW(FixedBlocksPoolAlloc),
+    EXPORT_ROW(FixedBlocksPoolFree),
+    EXPORT_ROW(FixedBlocksPoolReclaim),
+    EXPORT_ROW(FixedBlocksPoolDestroy),
 };
 #undef EXPORT_ROW
 
@@ -66,10 +83,12 @@ TEST_F(ComponentTest, ImportCallbackDoesNothingHookOneImportsAllOptionally) {
 
     // Hook 1 asks for every service in a fixed order; none is required.
     Restart(Services{false, false, false, false});
-    const std::vector<std::string> expected = {
-        "LogAdd",          "SysExceptGenerateException", "SysMemFreeData", "SysMemAllocData",
-        "SysCpuAtomicAdd", "SysIntDisableAll",           "SysIntEnableAll", "SysSemLeave",
-        "SysSemEnter",     "SysSemDelete",               "SysSemCreate"};
+    const std::vector<std::string> expected = {"LogAdd",          "SysExceptGenerateException",
+                                               "SysMemFreeData",  "SysMemAllocData",
+                                               "SysCpuAtomicAdd", "SysIntDisableAll",
+                                               "SysIntEnableAll", "SysSemLeave",
+                                               "SysSemEnter",     "SysSemDelete",
+                                               "SysSemCreate"};
     EXPECT_EQ(cm_.Requested(), expected);
     EXPECT_EQ(cm_.Missing(), expected);
     // Ready without any service: locking has nothing to delegate to.
@@ -80,8 +99,8 @@ TEST_F(ComponentTest, ImportCallbackDoesNothingHookOneImportsAllOptionally) {
 }
 
 TEST_F(ComponentTest, OtherHooksLeaveTheComponentAsItIs) {
-    const RTS_UI32 hooks[] = {CH_INIT2, CH_INIT3, CH_INIT_TASKS, CH_INIT_DONE, CH_COMM_CYCLE, CH_EXIT_REQUEST,
-                              CH_EXIT, CH_EXIT_FINAL};
+    const RTS_UI32 hooks[] = {CH_INIT2,      CH_INIT3,        CH_INIT_TASKS, CH_INIT_DONE,
+                              CH_COMM_CYCLE, CH_EXIT_REQUEST, CH_EXIT,       CH_EXIT_FINAL};
     alignas(8) unsigned char area[MEMPOOL_STATIC_AREA_SIZE(16, 2)];
     RTS_HANDLE h = MemPoolCreateStatic(16, sizeof area, area, nullptr);
     for (RTS_UI32 hook : hooks) {
@@ -140,8 +159,8 @@ TEST_F(ComponentTest, PoolsWorkBeforeTheComponentIsReady) {
     EXPECT_EQ(MemPoolUnlock(h), ERR_OK);
     EXPECT_EQ(MemPoolRemoveUsedBlock(b), ERR_OK);
     EXPECT_EQ(MemPoolDelete(h, "CM"), ERR_OK);
-    EXPECT_EQ(g_rec.semTrace, (std::vector<std::string>{"create 1", "enter 1", "leave 1", "enter 1", "leave 1",
-                                                         "delete 1"}));
+    EXPECT_EQ(g_rec.semTrace,
+              (std::vector<std::string>{"create 1", "enter 1", "leave 1", "enter 1", "leave 1", "delete 1"}));
 }
 
 TEST_F(ComponentTest, ExportWithoutRegisterFunctionFails) {

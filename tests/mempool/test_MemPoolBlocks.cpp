@@ -117,9 +117,9 @@ TEST_F(BlocksTest, AddAppendAndInsertPlaceBlocks) {
     EXPECT_EQ(MemPoolAppendUsedBlock(c), ERR_OK); // tail
     EXPECT_EQ(UsedList(pool_), (std::vector<void *>{b, a, c}));
     EXPECT_EQ(HeaderOf(c)->pNext, nullptr);
-    EXPECT_EQ(MemPoolInsertUsedBlock(a, d), ERR_OK); // behind a
+    EXPECT_EQ(MemPoolInsertUsedBlock(a, d), ERR_OK);       // behind a
     EXPECT_EQ(MemPoolInsertUsedBlock(nullptr, e), ERR_OK); // head
-    EXPECT_EQ(MemPoolInsertUsedBlock(c, f), ERR_OK); // behind the tail
+    EXPECT_EQ(MemPoolInsertUsedBlock(c, f), ERR_OK);       // behind the tail
     EXPECT_EQ(UsedList(pool_), (std::vector<void *>{e, b, a, d, c, f}));
     // The pool forms take the pool from the handle.
     void *x = MemPoolGetBlock(other_, nullptr);

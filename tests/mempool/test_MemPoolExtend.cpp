@@ -7,7 +7,9 @@ namespace {
 
 using ExtendTest = MemPoolTest;
 
-MEMPOOL_EXTENSION *Extensions(RTS_HANDLE h) { return PcbCopy(h).pExtensions; }
+MEMPOOL_EXTENSION *Extensions(RTS_HANDLE h) {
+    return PcbCopy(h).pExtensions;
+}
 
 TEST_F(ExtendTest, DynamicExtensionIsFilledLaidOutAndTakenFirst) {
     RTS_HANDLE h = MemPoolCreateDynamic("P", 1, 24, nullptr);

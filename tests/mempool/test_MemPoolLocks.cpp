@@ -42,8 +42,8 @@ TEST_F(LockTest, LockObjectAndDelegationFollowTheServices) {
         ASSERT_NE(p, nullptr);
         EXPECT_EQ(MemPoolPutBlock(p), ERR_OK);
         if (row.services.bSemaphores) {
-            EXPECT_EQ(g_rec.semTrace, (std::vector<std::string>{"create 1", "enter 1", "leave 1", "enter 1",
-                                                                 "leave 1", "enter 1", "leave 1"}));
+            EXPECT_EQ(g_rec.semTrace, (std::vector<std::string>{"create 1", "enter 1", "leave 1", "enter 1", "leave 1",
+                                                                "enter 1", "leave 1"}));
             EXPECT_TRUE(g_rec.intDisabled.empty());
         } else if (row.services.bInterrupts) {
             // The hSem word doubles as the save area of the interrupt lock.
