@@ -102,8 +102,9 @@ TEST(EndToEnd, StandardListStartsRunsAndStopsWithoutLeaks) {
 // the log says clearly what was wrong.
 TEST(EndToEnd, BadConfigurationFilesGiveClearLinesAndDefaults) {
     TempDir dir;
-    std::string binary("\x7F" "ELF\x02\x01\x00\x00garbage\n[CmpLog]\nLogger.0.MaxEntries=4000\n[ComponentManager\nkey without value\n",
-                       60);
+    static const char kBinary[] = "\x7F" "ELF\x02\x01\x00\x00garbage\n[CmpLog]\nLogger.0.MaxEntries=4000\n"
+                                  "[ComponentManager\nkey without value\n";
+    const std::string binary(kBinary, sizeof(kBinary) - 1); // with its NUL bytes
     struct Row {
         const char *what;
         std::string file;     // empty: no file at all
