@@ -54,6 +54,9 @@ void HostOsRunBegin() {
     struct sigaction action;
     std::memset(&action, 0, sizeof(action));
     action.sa_handler = &OnStopSignal;
+    // Restarted system calls: the stop signals must not break the
+    // components' own reads and waits; the loop's sleep returns anyway.
+    action.sa_flags = SA_RESTART;
     sigemptyset(&action.sa_mask);
     sigaction(SIGTERM, &action, nullptr);
     sigaction(SIGINT, &action, nullptr);

@@ -3,7 +3,9 @@
 #   -i installs it (quoted path, display name "<name> Version 3.5.5.0",
 #   automatic start), -s starts it and it reports running, the host log shows
 #   the run's lines, installing twice fails with the system's text, -e stops
-#   it, -u removes it, and -u of a missing service fails to open it.
+#   it, -u removes it, and -u of a missing service fails to open it. Before
+#   that, two foreground runs with components that fault during start-up and
+#   in the communication cycle show the guards' log lines and end by themselves.
 # Usage: service-test.sh <bin dir of the Windows build> <work dir>
 # The test keeps a wine prefix of its own in <work dir>/prefix (created on the
 # first run; KESTREL_SERVICE_WINEPREFIX names another one), so that its
@@ -63,6 +65,24 @@ cleanup() {
   wineserver -k 2>/dev/null
 }
 trap cleanup EXIT
+
+# Components that fault with an invalid memory access, in the foreground:
+# during start-up the guard logs the exception and the run ends without
+# entering the loop; in the fifth communication cycle the loop ends and the
+# runtime stops in order. Both processes end by themselves.
+printf '[ComponentManager]\r\nComponent.0=CmpTestFaultInit\r\n' > "$APP/FaultInit.cfg"
+printf '[ComponentManager]\r\nComponent.0=CmpTestFaultCycle\r\n' > "$APP/FaultCycle.cfg"
+rm -f "$LOG"
+host -r FaultInit.cfg >/dev/null
+log=$(tr -d '\r' < "$LOG")
+expect "fault during start-up" "$log" ": *** Exception during CMInit() occurred!"
+case "$log" in *"Service stopped"*) fail "start-up fault: the run loop was entered" ;; esac
+rm -f "$LOG"
+host -r FaultCycle.cfg >/dev/null
+log=$(tr -d '\r' < "$LOG")
+expect "fault in the cycle: started" "$log" ": $SERVICE Service started"
+expect "fault in the cycle: orderly stop" "$log" ": $SERVICE Service stopped"
+case "$log" in *"Exception during CMExit"*) fail "fault in the cycle: exception during CMExit" ;; esac
 
 # A leftover of an interrupted run would make the install fail.
 timeout 120 wine "$HOST" -u >/dev/null 2>&1
