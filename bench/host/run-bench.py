@@ -70,13 +70,14 @@ def stop(proc):
         proc.wait()
 
 
-def run_loop(bin_dir):
-    """One run of 1000 passes: loop periods, idle CPU share, resident memory."""
+def run_loop(bin_dir, prefix=()):
+    """One run of 1000 passes: loop periods, idle CPU share, resident memory.
+    prefix runs the host under another command (chrt for a real-time run)."""
     work = sandbox(bin_dir)
     trace = os.path.join(work, "trace.txt")
     env = clean_env({"KESTREL_LOOP_TRACE": trace, "KESTREL_LOOP_TRACE_PASSES": str(PASSES + 1),
                      "KESTREL_CONSOLE": "0"})
-    proc = subprocess.Popen([os.path.join(work, "KESTRELControl"), "-r"], cwd=work, env=env,
+    proc = subprocess.Popen(list(prefix) + [os.path.join(work, "KESTRELControl"), "-r"], cwd=work, env=env,
                             stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
     try:
         time.sleep(1.0)  # start-up done, loop running
@@ -151,6 +152,9 @@ def main():
     root = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
     parser.add_argument("--bin", default=os.path.join(root, "build", "linux-x64", "bin"))
     parser.add_argument("--runs", type=int, default=5)
+    parser.add_argument("--fifo", action="store_true",
+                        help="also measure the loop under SCHED_FIFO (chrt -f 10), as a unit with "
+                             "CPUSchedulingPolicy=fifo would run it; needs the right to use it")
     args = parser.parse_args()
     if not os.path.exists(os.path.join(args.bin, "KESTRELControl")):
         sys.exit(f"no KESTRELControl in {args.bin}: build the linux-x64 preset first")
@@ -178,6 +182,13 @@ def main():
             failed |= not ok
             verdict = f"(limit {limit} {unit}: {'ok' if ok else 'OVER'})"
         print(f"  {label:22s} {results[key]:9.3f} {unit:4s} {verdict}")
+    if args.fifo:
+        fifo = [run_loop(args.bin, ("chrt", "-f", "10")) for _ in range(args.runs)]
+        print("  under SCHED_FIFO (chrt -f 10):")
+        for label, key, unit in rows[:3]:
+            print(f"  {label:22s} {statistics.median(run[key] for run in fifo):9.3f} {unit}")
+    with open("/proc/loadavg") as f:
+        print(f"  load average at the end: {' '.join(f.read().split()[:3])} on {os.cpu_count()} processors")
     sys.exit(1 if failed else 0)
 
 
