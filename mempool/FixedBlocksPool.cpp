@@ -73,13 +73,18 @@ void *AllocChunk(RTS_SIZE bytes, RTS_RESULT *pResult) {
     return pMemory;
 }
 
-// A new chunk of blocks when every chunk is full: zeroed, block 0 handed out at once.
-unsigned char *Grow(FIXEDBLOCKSPOOL *pPool, RTS_RESULT *pResult) {
+// A new chunk of blocks when every chunk is full: zeroed, block 0 handed out at once. Kept out of
+// line, so that allocation from a chunk with room needs no call.
+__attribute__((noinline)) void *AllocFromNewChunk(FIXEDBLOCKSPOOL *pPool, RTS_RESULT *pResult) {
     const RTS_SIZE blockBytes = static_cast<RTS_SIZE>(pPool->ulBlockSize) * pPool->ulBlocksPerChunk;
-    auto *pMemory = static_cast<unsigned char *>(AllocChunk(blockBytes + kChunkHeader + MEMPOOL_ALIGN, pResult));
-    if (pMemory == nullptr)
+    const RTS_SIZE bytes = blockBytes + kChunkHeader + MEMPOOL_ALIGN;
+    RTS_RESULT result = ERR_OK;
+    auto *pMemory = static_cast<unsigned char *>(AllocChunk(bytes, &result));
+    if (pMemory == nullptr) {
+        SetResult(pResult, result);
         return nullptr;
-    std::memset(pMemory, 0, blockBytes + kChunkHeader + MEMPOOL_ALIGN);
+    }
+    std::memset(pMemory, 0, bytes);
     Chunk *pChunk = reinterpret_cast<Chunk *>(pMemory);
     // The chunk carries one alignment's worth of slack, so block 0 can start at the first aligned
     // address behind the header.
@@ -90,6 +95,8 @@ unsigned char *Grow(FIXEDBLOCKSPOOL *pPool, RTS_RESULT *pResult) {
     pChunk->pNext = pPool->pChunks;
     pPool->pChunks = reinterpret_cast<FIXEDBLOCKSCHUNK *>(pChunk);
     pPool->ulCapacity += blockBytes;
+    pPool->ulUsed += pPool->ulBlockSize;
+    SetResult(pResult, ERR_OK);
     return pBlocks;
 }
 
@@ -157,31 +164,22 @@ void *FixedBlocksPoolAlloc(FIXEDBLOCKSPOOL *pPool, RTS_SIZE ulSize, RTS_RESULT *
         return nullptr;
     }
     const RTS_UI32 n = pPool->ulBlocksPerChunk;
-    unsigned char *pBlock = nullptr;
     for (Chunk *pChunk = FirstChunk(pPool); pChunk != nullptr; pChunk = NextChunk(pChunk)) {
         const RTS_UI32 freeIndex = pChunk->ulFreeIndex;
         if (freeIndex < n) {
-            pBlock = BlocksOf(pChunk) + static_cast<RTS_SIZE>(freeIndex) * s;
+            unsigned char *pBlock = BlocksOf(pChunk) + static_cast<RTS_SIZE>(freeIndex) * s;
             if (freeIndex == pChunk->ulHighWater) {
                 pChunk->ulFreeIndex = freeIndex + 1;
                 pChunk->ulHighWater = freeIndex + 1;
             } else {
                 pChunk->ulFreeIndex = LoadIndex(pBlock);
             }
-            break;
+            pPool->ulUsed += s;
+            SetResult(pResult, ERR_OK);
+            return pBlock;
         }
     }
-    if (pBlock == nullptr) {
-        RTS_RESULT result = ERR_OK;
-        pBlock = Grow(pPool, &result);
-        if (pBlock == nullptr) {
-            SetResult(pResult, result);
-            return nullptr;
-        }
-    }
-    pPool->ulUsed += s;
-    SetResult(pResult, ERR_OK);
-    return pBlock;
+    return AllocFromNewChunk(pPool, pResult);
 }
 
 RTS_RESULT FixedBlocksPoolFree(FIXEDBLOCKSPOOL *pPool, void *pBlock) {
@@ -200,13 +198,15 @@ RTS_RESULT FixedBlocksPoolFree(FIXEDBLOCKSPOOL *pPool, void *pBlock) {
         const RTS_UINTPTR base = reinterpret_cast<RTS_UINTPTR>(pBlocks);
         if (address < base || address - base > lastOffset)
             continue;
-        // An address inside a block frees that block.
+        // An address inside a block frees that block. The block ends up filled with 0xAA except
+        // for its first word, which links it to the chunk's free blocks; the word is written
+        // first, so that the fill is the last step and the bookkeeping needs nothing kept across it.
         const RTS_SIZE index = IndexOf(address - base, s);
         unsigned char *pStart = pBlocks + index * s;
-        FillPayload(pStart, kFillFree, s);
         StoreIndex(pStart, pChunk->ulFreeIndex);
         pChunk->ulFreeIndex = static_cast<RTS_UI32>(index);
         pPool->ulUsed -= s;
+        FillPayload(pStart + sizeof(RTS_UI32), kFillFree, s - sizeof(RTS_UI32));
         return ERR_OK;
     }
     return ERR_FAILED;

@@ -72,7 +72,8 @@ inline void ReturnBlock(Pcb *pcb, void *pBlock) {
 }
 
 // Get and put when the lock calls a service: kept out of line, so that the paths without a lock
-// service need no call at all.
+// service need no call at all. The result is set before the unlock, so that only the block has to
+// be kept across that call.
 __attribute__((noinline)) void *GetBlockLocked(Pcb *pcb, RTS_RESULT *pResult) {
     if (pcb == nullptr) {
         SetResult(pResult, ERR_INVALID_POOL);
@@ -95,6 +96,8 @@ __attribute__((noinline)) RTS_RESULT PutBlockLocked(Pcb *pcb, void *pBlock) {
 
 extern "C" {
 
+// Get and put ignore the lock's result; when locking would call nothing (component not ready, or
+// no lock service) it would only answer 3 or 12, so these paths skip it and stay free of calls.
 void *MemPoolGetBlock(RTS_HANDLE hMemPool, RTS_RESULT *pResult) {
     Pcb *pcb = PcbOf(hMemPool);
     if (KESTREL_LIKELY(pcb != nullptr && !g_state.bLockCalls))

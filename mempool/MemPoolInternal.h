@@ -114,9 +114,9 @@ inline MEMPOOL_BLOCK *BlockAt(void *p) {
     return static_cast<MEMPOOL_BLOCK *>(p);
 }
 
-// Fills a payload (its size is a multiple of the alignment) with one byte value. Payloads of 8 to
-// 64 bytes, the usual sizes, are filled in line with a few overlapping stores, which is much
-// cheaper than a call of memset for every block handed out or returned.
+// Fills n bytes with one byte value. Payloads of 4 to 64 bytes, the usual sizes, are filled in
+// line with a few overlapping stores, which is much cheaper than a call of memset for every block
+// handed out or returned.
 typedef unsigned char FillVector __attribute__((vector_size(16)));
 inline void FillPayload(void *pPayload, unsigned char value, RTS_SIZE n) {
     auto *p = static_cast<unsigned char *>(pPayload);
@@ -132,6 +132,10 @@ inline void FillPayload(void *pPayload, unsigned char value, RTS_SIZE n) {
         const RTS_UI64 pattern = 0x0101010101010101ull * value;
         std::memcpy(p, &pattern, 8);
         std::memcpy(p + n - 8, &pattern, 8);
+    } else if (n >= 4 && n < 8) {
+        const RTS_UI32 pattern = 0x01010101u * value;
+        std::memcpy(p, &pattern, 4);
+        std::memcpy(p + n - 4, &pattern, 4);
     } else {
         std::memset(p, value, n);
     }

@@ -276,8 +276,18 @@ const Comparison kComparisons[] = {
 } // namespace
 
 int main(int argc, char **argv) {
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
+    // Repetitions of subject and peers run interleaved in random order unless asked otherwise, so
+    // that a change of load on a shared machine falls on both alike.
+    std::vector<char *> args(argv, argv + argc);
+    static char interleave[] = "--benchmark_enable_random_interleaving=true";
+    bool bInterleaveGiven = false;
+    for (char *arg : args)
+        bInterleaveGiven |= std::strncmp(arg, interleave, std::strchr(interleave, '=') - interleave) == 0;
+    if (!bInterleaveGiven)
+        args.insert(args.begin() + 1, interleave);
+    int count = static_cast<int>(args.size());
+    benchmark::Initialize(&count, args.data());
+    if (benchmark::ReportUnrecognizedArguments(count, args.data()))
         return 1;
     if (!LookUpGlibc()) {
         std::fprintf(stderr, "glibc's malloc and free not found apart from mimalloc's\n");
