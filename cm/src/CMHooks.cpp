@@ -1,6 +1,7 @@
 // Hooks: delivering numbered events to the components' hook callbacks, forward or in reverse over
 // the component table, to a subset chosen by flags, the extra communication cycle, and the init and
 // exit hooks of a single component.
+#include <cstring>
 #include <vector>
 
 #include "CMPrivate.h"
@@ -9,12 +10,30 @@ namespace kestrel::cm {
 
 namespace {
 
+// The records of the table in table order, kept beside the pool's list as a dense array so that a
+// dispatch reads them without walking the list. Added and removed together with the list.
+struct DispatchOrder {
+    std::vector<ComponentInfo *> records;
+    bool bValid = true; // false after an allocation failed: dispatches walk the list instead
+};
+DispatchOrder s_order;
+
 // The records of the table at the start of a dispatch. A hook callback may add or remove
 // components; the dispatch goes on over the records it started with, and a record removed
 // meanwhile answers without being called (a returned block no longer carries a valid state).
 class TableSnapshot {
   public:
     TableSnapshot() {
+        if (s_order.bValid) {
+            m_nCount = s_order.records.size();
+            if (m_nCount <= kLocal) {
+                std::memcpy(m_local, s_order.records.data(), m_nCount * sizeof(ComponentInfo *));
+            } else {
+                m_heap = s_order.records;
+                m_pData = m_heap.data();
+            }
+            return;
+        }
         for (ComponentInfo *p = FirstRecord(); p != nullptr; p = NextRecord(p)) {
             if (m_nCount < kLocal) {
                 m_local[m_nCount++] = p;
@@ -23,16 +42,20 @@ class TableSnapshot {
             if (m_heap.empty())
                 m_heap.assign(m_local, m_local + kLocal);
             m_heap.push_back(p);
+            m_pData = m_heap.data();
             ++m_nCount;
         }
     }
+    TableSnapshot(const TableSnapshot &) = delete;
+    TableSnapshot &operator=(const TableSnapshot &) = delete;
     std::size_t Count() const { return m_nCount; }
-    ComponentInfo *operator[](std::size_t i) const { return m_heap.empty() ? m_local[i] : m_heap[i]; }
+    ComponentInfo *operator[](std::size_t i) const { return m_pData[i]; }
 
   private:
     static constexpr std::size_t kLocal = 128;
     ComponentInfo *m_local[kLocal];
     std::vector<ComponentInfo *> m_heap;
+    ComponentInfo **m_pData = m_local;
     std::size_t m_nCount = 0;
 };
 
@@ -57,19 +80,40 @@ void BeginHook(RTS_UI32 ulHook) {
         g_cm.ulCurrentHook = ulHook;
 }
 
+// The states that take a hook: 2, 4 and 5; the communication cycle only 5.
+inline RTS_UI32 AcceptingStates(RTS_UI32 ulHook) {
+    return ulHook == CH_COMM_CYCLE ? StateBit(CM_STATE_RUNNING)
+                                   : (StateBit(CM_STATE_LOADED) | StateBit(CM_STATE_INITIALIZED) |
+                                      StateBit(CM_STATE_RUNNING));
+}
+
+// The single-component call of CMCallHook, inlined: only the answer 10 matters there.
+inline bool CallAsksAgain(ComponentInfo *p, RTS_UI32 ulAccepting, RTS_UI32 ulHook, RTS_UINTPTR ulParam1,
+                          RTS_UINTPTR ulParam2) {
+    RTS_UI16 usState = p->usState;
+    PF_HOOK_FUNCTION pfHook = p->pfHookFunction;
+    if (usState >= 32 || (ulAccepting & StateBit(usState)) == 0 || pfHook == nullptr)
+        return false;
+    return pfHook(ulHook, ulParam1, ulParam2) == ERR_CALL_AGAIN;
+}
+
 RTS_RESULT DispatchRaw(RTS_UI32 ulHook, RTS_UINTPTR ulParam1, RTS_UINTPTR ulParam2, RTS_UI32 bReverse) {
     TableSnapshot table;
+    const RTS_UI32 ulAccepting = AcceptingStates(ulHook);
+    const std::size_t n = table.Count();
     bool bCallAgain = false;
     if (bReverse == 0) {
-        for (std::size_t i = 0; i < table.Count(); ++i)
-            if (CallOne(table[i], ulHook, ulParam1, ulParam2) == ERR_CALL_AGAIN)
-                bCallAgain = true;
+        for (std::size_t i = 0; i < n; ++i) {
+            // The next record is fetched while this component runs.
+            if (i + 1 < n)
+                __builtin_prefetch(table[i + 1]);
+            bCallAgain |= CallAsksAgain(table[i], ulAccepting, ulHook, ulParam1, ulParam2);
+        }
     } else {
-        if (table.Count() == 0)
+        if (n == 0)
             return ERR_FAILED;
-        for (std::size_t i = table.Count(); i-- > 0;)
-            if (CallOne(table[i], ulHook, ulParam1, ulParam2) == ERR_CALL_AGAIN)
-                bCallAgain = true;
+        for (std::size_t i = n; i-- > 0;)
+            bCallAgain |= CallAsksAgain(table[i], ulAccepting, ulHook, ulParam1, ulParam2);
     }
     g_cm.ulLastHook = ulHook;
     return bCallAgain ? ERR_CALL_AGAIN : ERR_OK;
@@ -81,6 +125,32 @@ RTS_RESULT CallDirect(ComponentInfo *p, RTS_UI32 ulHook, RTS_UINTPTR ulParam1 = 
 }
 
 } // namespace
+
+void OrderOnAdd(ComponentInfo *pComponent) {
+    if (!s_order.bValid)
+        return;
+    try {
+        s_order.records.push_back(pComponent);
+    } catch (...) {
+        s_order.records.clear();
+        s_order.bValid = false;
+    }
+}
+
+void OrderOnRemove(const ComponentInfo *pComponent) {
+    auto &records = s_order.records;
+    for (auto it = records.begin(); it != records.end(); ++it) {
+        if (*it == pComponent) {
+            records.erase(it);
+            return;
+        }
+    }
+}
+
+void OrderReset() {
+    s_order.records.clear();
+    s_order.bValid = true;
+}
 
 } // namespace kestrel::cm
 

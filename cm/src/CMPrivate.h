@@ -224,6 +224,11 @@ RTS_RESULT ImportPass(RTS_UI16 usMask);
 RTS_RESULT ResolveEntry(const char *pszName, RTS_HANDLE *phModule, PF_COMPONENT_ENTRY *ppfEntry);
 RTS_RESULT LoadModule(const char *pszName, RTS_HANDLE *phModule);
 
+// Dense table order for the hook dispatcher (CMHooks.cpp): follows every record added and removed.
+void OrderOnAdd(ComponentInfo *pComponent);
+void OrderOnRemove(const ComponentInfo *pComponent);
+void OrderReset();
+
 // Registry cache (CMRegistryCache.cpp): follows every record added to and removed from the table.
 void RegistryOnAdd(ComponentInfo *pComponent);
 void RegistryOnRemove(const ComponentInfo *pComponent);

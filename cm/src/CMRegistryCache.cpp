@@ -43,6 +43,57 @@ struct Candidate {
     std::size_t nRow;
 };
 
+// The components that export a name, in table order. Nearly every name has exactly one exporter,
+// so the first candidate lives in the index node itself and only overloads need the vector.
+class CandidateList {
+  public:
+    bool Empty() const { return m_first.pEntry == nullptr; }
+    bool Contains(const CacheEntry *pEntry) const {
+        if (m_first.pEntry == pEntry)
+            return true;
+        return std::any_of(m_more.begin(), m_more.end(), [pEntry](const Candidate &c) { return c.pEntry == pEntry; });
+    }
+    void Insert(const Candidate &cand) {
+        if (Empty()) {
+            m_first = cand;
+            return;
+        }
+        if (cand.ullSequence < m_first.ullSequence) {
+            m_more.insert(m_more.begin(), m_first);
+            m_first = cand;
+            return;
+        }
+        auto pos = std::upper_bound(m_more.begin(), m_more.end(), cand.ullSequence,
+                                    [](RTS_UI64 seq, const Candidate &c) { return seq < c.ullSequence; });
+        m_more.insert(pos, cand);
+    }
+    void Remove(const CacheEntry *pEntry) {
+        m_more.erase(std::remove_if(m_more.begin(), m_more.end(),
+                                    [pEntry](const Candidate &c) { return c.pEntry == pEntry; }),
+                     m_more.end());
+        if (m_first.pEntry != pEntry)
+            return;
+        if (m_more.empty()) {
+            m_first = Candidate{};
+        } else {
+            m_first = m_more.front();
+            m_more.erase(m_more.begin());
+        }
+    }
+    // Calls visit(candidate) in table order until it answers false.
+    template <typename Visit> void ForEach(Visit visit) const {
+        if (Empty() || !visit(m_first))
+            return;
+        for (const Candidate &c : m_more)
+            if (!visit(c))
+                return;
+    }
+
+  private:
+    Candidate m_first{};
+    std::vector<Candidate> m_more;
+};
+
 struct NameHash {
     using is_transparent = void;
     std::size_t operator()(std::string_view s) const noexcept { return std::hash<std::string_view>{}(s); }
@@ -53,21 +104,18 @@ struct Cache {
     bool bBroken = false;  // out of memory once: the plain walk serves until the next reset
     RTS_UI64 ullNextSequence = 0;
     std::vector<std::unique_ptr<CacheEntry>> entries; // table order
-    std::unordered_map<std::string, std::vector<Candidate>, NameHash, std::equal_to<>> index;
+    std::unordered_map<std::string, CandidateList, NameHash, std::equal_to<>> index;
     CacheEntry *pFilling = nullptr;
 };
 Cache s_cache;
 
 void Unindex(CacheEntry &entry) {
-    for (std::size_t i = 0; i < entry.rows.size(); ++i) {
-        auto it = s_cache.index.find(std::string_view(entry.rows[i].name));
+    for (const CachedRow &row : entry.rows) {
+        auto it = s_cache.index.find(std::string_view(row.name));
         if (it == s_cache.index.end())
             continue;
-        auto &cands = it->second;
-        cands.erase(std::remove_if(cands.begin(), cands.end(),
-                                   [&entry](const Candidate &c) { return c.pEntry == &entry; }),
-                    cands.end());
-        if (cands.empty())
+        it->second.Remove(&entry);
+        if (it->second.Empty())
             s_cache.index.erase(it);
     }
 }
@@ -75,13 +123,9 @@ void Unindex(CacheEntry &entry) {
 // Indexes the first row of every name of an entry, keeping each name's candidates in table order.
 void Index(CacheEntry &entry) {
     for (std::size_t i = 0; i < entry.rows.size(); ++i) {
-        auto &cands = s_cache.index[entry.rows[i].name];
-        if (std::any_of(cands.begin(), cands.end(), [&entry](const Candidate &c) { return c.pEntry == &entry; }))
-            continue; // an earlier row of this component has the name
-        Candidate cand{&entry, entry.ullSequence, i};
-        auto pos = std::upper_bound(cands.begin(), cands.end(), cand.ullSequence,
-                                    [](RTS_UI64 seq, const Candidate &c) { return seq < c.ullSequence; });
-        cands.insert(pos, cand);
+        CandidateList &cands = s_cache.index[entry.rows[i].name];
+        if (!cands.Contains(&entry)) // else an earlier row of this component has the name
+            cands.Insert(Candidate{&entry, entry.ullSequence, i});
     }
 }
 
@@ -147,12 +191,11 @@ bool CacheWalk(MatchVisitor pfVisit, void *pContext) {
         auto it = s_cache.index.find(std::string_view(g_lookup.szWanted));
         if (it == s_cache.index.end())
             return true;
-        for (const Candidate &cand : it->second) {
+        it->second.ForEach([&](const Candidate &cand) {
             const CachedRow &row = cand.pEntry->rows[cand.nRow];
-            if (!pfVisit(pContext, cand.pEntry->pComponent,
-                         ApiMatch{true, row.pfFunction, row.ulSignature, row.ulVersion}))
-                break;
-        }
+            return pfVisit(pContext, cand.pEntry->pComponent,
+                           ApiMatch{true, row.pfFunction, row.ulSignature, row.ulVersion});
+        });
         return true;
     }
     // IEC lookups compare external-library rows ignoring case; they are rare, so they scan.

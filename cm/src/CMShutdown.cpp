@@ -115,5 +115,6 @@ extern "C" RTS_RESULT CMExit(void) {
     g_cm.hInstancePool = RTS_INVALID_HANDLE;
     g_cm.hComponentPool = RTS_INVALID_HANDLE;
     RegistryReset();
+    OrderReset();
     return ERR_OK;
 }

@@ -38,6 +38,7 @@ RTS_RESULT Reset() {
     g_cm.ulStopStartup = 0;
     g_cm.secondaryResult = ERR_OK;
     RegistryReset();
+    OrderReset();
     ClearImports();
     // Memory the CM owns: the three lists work before any memory service is there. Their locks
     // come with CMInitEnd.

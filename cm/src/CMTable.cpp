@@ -81,6 +81,7 @@ extern "C" ComponentInfo *CMAddComponent(const ComponentInfo *pTemplate, RTS_RES
     MemPoolAppendUsedBlock(pComponent);
     ++g_cm.nComponents;
     RegistryOnAdd(pComponent);
+    OrderOnAdd(pComponent);
     SetResult(pResult, ERR_OK);
     return pComponent;
 }
@@ -99,6 +100,7 @@ extern "C" RTS_RESULT CMRemoveComponent(ComponentInfo *pComponent) {
     UnlockTable();
     // Nothing may keep pointing at the block once it is back in the pool.
     RegistryOnRemove(pComponent);
+    OrderOnRemove(pComponent);
     DropImportsOf(pComponent, false);
     UnbindClasses(pComponent);
     if (pComponent->bStaticName == 0 && pComponent->pszName != nullptr) {

@@ -151,13 +151,10 @@ TEST_F(ModuleTest, WorkingDirectoryIsNotSearched) {
     RTS_HANDLE hProbe = nullptr;
     ASSERT_EQ(ERR_OK, kestrel::cm::LoadModule("TestModC", &hProbe));
     kestrel::cm::os::UnloadModule(hProbe);
-    // Find the module file beside the program: the test's working directory is the build's.
-    fs::path source;
-    for (const fs::path &dir : {fs::current_path(), fs::current_path() / "bin"})
-        if (fs::exists(dir / ("TestModC" + Suffix())))
-            source = dir / ("TestModC" + Suffix());
-    if (source.empty())
-        GTEST_SKIP() << "module file not found from the working directory";
+    // The module file beside the program.
+    const fs::path program = fs::absolute(fs::path(::testing::internal::GetArgvs().at(0)));
+    fs::path source = program.parent_path() / ("TestModC" + Suffix());
+    ASSERT_TRUE(fs::exists(source)) << source.string();
     fs::path planted = fs::temp_directory_path() / ("kestrel-cm-planted-" + std::to_string(::testing::UnitTest::GetInstance()->random_seed()));
     fs::create_directories(planted);
     fs::copy_file(source, planted / ("TestModPlanted" + Suffix()), fs::copy_options::overwrite_existing);

@@ -19,7 +19,7 @@ namespace {
 const char *const s_suffixes[] = {".so", nullptr};
 
 // Directory of the running executable with a trailing slash, or empty when it cannot be read.
-std::string ExecutableDirectory() {
+std::string ReadExecutableDirectory() {
     char szPath[PATH_MAX];
     ssize_t n = readlink("/proc/self/exe", szPath, sizeof(szPath) - 1);
     if (n <= 0)
@@ -30,6 +30,12 @@ std::string ExecutableDirectory() {
         return std::string();
     pSlash[1] = '\0';
     return std::string(szPath);
+}
+
+// The executable does not move while it runs: its directory is read once.
+const std::string &ExecutableDirectory() {
+    static const std::string s_directory = ReadExecutableDirectory();
+    return s_directory;
 }
 
 void CopyError(char *pszError, std::size_t nErrorSize, const char *pszText) {
@@ -50,7 +56,8 @@ RTS_RESULT LoadModule(const char *pszFileName, RTS_HANDLE *phModule, char *pszEr
     } else {
         // The module beside the executable wins; only when there is none does the search path
         // (LD_LIBRARY_PATH, the cache, the system directories) get a say.
-        std::string local = ExecutableDirectory() + pszFileName;
+        const std::string &directory = ExecutableDirectory();
+        std::string local = directory.empty() ? std::string() : directory + pszFileName;
         path = (!local.empty() && access(local.c_str(), F_OK) == 0) ? local : std::string(pszFileName);
     }
     dlerror();

@@ -24,7 +24,7 @@ void RestrictDllSearch() {
 }
 
 // Directory of the running executable with a trailing backslash, or empty.
-std::string ExecutableDirectory() {
+std::string ReadExecutableDirectory() {
     char szPath[MAX_PATH + 1];
     DWORD n = GetModuleFileNameA(nullptr, szPath, MAX_PATH);
     if (n == 0 || n >= MAX_PATH)
@@ -38,6 +38,12 @@ std::string ExecutableDirectory() {
         return std::string();
     pSep[1] = '\0';
     return std::string(szPath);
+}
+
+// The executable does not move while it runs: its directory is read once.
+const std::string &ExecutableDirectory() {
+    static const std::string s_directory = ReadExecutableDirectory();
+    return s_directory;
 }
 
 // The system's text for an error code, without the trailing line break.
