@@ -2,6 +2,7 @@
 // status record, the platform check, the account identity, then the options
 // and the one action they select (install, uninstall, start, stop, a
 // foreground run, or handing the process to the service dispatcher).
+#include <cstdio>
 #include <cstring>
 #include <string>
 
@@ -45,7 +46,8 @@ RTS_UI32 RunAction(const HostOptions &options, int argc, char **argv) {
     case HostAction::Stop:
         return HostOsStopService();
     case HostAction::Help:
-        HostOsConsoleMessage(HostUsageText());
+        std::fputs(HostUsageText(), stdout);
+        std::fflush(stdout);
         return 1;
     case HostAction::Dispatch:
         break;
