@@ -27,7 +27,9 @@ TEST_F(SysSemTest, CreateEnterLeaveDelete) {
     EXPECT_EQ(SysSemEnter(h), ERR_OK);
     EXPECT_EQ(SysSemLeave(h), ERR_OK);
     EXPECT_EQ(SysSemDelete(h), ERR_OK);
-    EXPECT_NE(SysSemCreate(nullptr), RTS_INVALID_HANDLE) << "the result pointer is optional";
+    RTS_HANDLE noResult = SysSemCreate(nullptr);
+    EXPECT_NE(noResult, RTS_INVALID_HANDLE) << "the result pointer is optional";
+    EXPECT_EQ(SysSemDelete(noResult), ERR_OK);
 }
 
 TEST_F(SysSemTest, InvalidHandlesAreRefused) {
