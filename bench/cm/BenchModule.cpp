@@ -21,15 +21,19 @@ RTS_VOID_FCTPTR s_slots[kImports];
 char s_exportNames[kExports][32];
 ExportEntry s_exports[kExports + 1];
 
-template <int J> int Function() { return BENCHMOD_INDEX * 100 + J; }
+template <int J> int Function() {
+    return BENCHMOD_INDEX * 100 + J;
+}
 
 template <std::size_t... J> void FillExports(std::index_sequence<J...>) {
-    ((s_exports[J] = ExportEntry{reinterpret_cast<RTS_VOID_FCTPTR>(&Function<static_cast<int>(J)>),
-                                 s_exportNames[J], 0, 0}),
+    ((s_exports[J] =
+          ExportEntry{reinterpret_cast<RTS_VOID_FCTPTR>(&Function<static_cast<int>(J)>), s_exportNames[J], 0, 0}),
      ...);
 }
 
-RTS_RESULT ExportFunctions() { return s_cm.pfCMRegisterAPI(s_exports, nullptr, 0, 0x8000u + BENCHMOD_INDEX); }
+RTS_RESULT ExportFunctions() {
+    return s_cm.pfCMRegisterAPI(s_exports, nullptr, 0, 0x8000u + BENCHMOD_INDEX);
+}
 
 RTS_RESULT ImportFunctions() {
     const int group = BENCHMOD_INDEX / kGroup;
@@ -46,9 +50,13 @@ RTS_RESULT ImportFunctions() {
     return first;
 }
 
-RTS_UI32 GetVersion() { return RTS_SYSTEM_VERSION; }
+RTS_UI32 GetVersion() {
+    return RTS_SYSTEM_VERSION;
+}
 
-RTS_RESULT Hook(RTS_UI32, RTS_UINTPTR, RTS_UINTPTR) { return ERR_OK; }
+RTS_RESULT Hook(RTS_UI32, RTS_UINTPTR, RTS_UINTPTR) {
+    return ERR_OK;
+}
 
 } // namespace
 

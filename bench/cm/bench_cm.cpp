@@ -51,8 +51,8 @@ void PrepareServices(int n) {
 bool StartAndStop(benchmark::State &state, int n) {
     RTS_RESULT result = CMInit3(nullptr, s_list, CM_INIT_SETTINGS_OPTIONAL);
     // Every module must be in and running, else the run measures something else.
-    bool bOk = result == ERR_OK && CMGetComponentByName(ModuleName(n - 1).c_str(), nullptr)->usState ==
-                                       CM_STATE_RUNNING;
+    bool bOk =
+        result == ERR_OK && CMGetComponentByName(ModuleName(n - 1).c_str(), nullptr)->usState == CM_STATE_RUNNING;
     CMExit();
     if (!bOk)
         state.SkipWithError("start-up did not load every module");
@@ -73,10 +73,14 @@ void RunStartStop(benchmark::State &state, bool bCache) {
     state.SetItemsProcessed(state.iterations() * n);
 }
 
-void BM_StartStop(benchmark::State &state) { RunStartStop(state, true); }
+void BM_StartStop(benchmark::State &state) {
+    RunStartStop(state, true);
+}
 BENCHMARK(BM_StartStop)->Arg(10)->Arg(50)->Arg(100)->Unit(benchmark::kMillisecond);
 
-void BM_StartStopPlainRegistry(benchmark::State &state) { RunStartStop(state, false); }
+void BM_StartStopPlainRegistry(benchmark::State &state) {
+    RunStartStop(state, false);
+}
 BENCHMARK(BM_StartStopPlainRegistry)->Arg(10)->Arg(100)->Unit(benchmark::kMillisecond);
 
 // The peer: the same files, loaded (RTLD_NOW, by full path) and unloaded, nothing else.
@@ -89,8 +93,9 @@ void BM_LoadUnloadOnly(benchmark::State &state) {
     char szError[256];
     for (auto _ : state) {
         for (int i = 0; i < n; ++i) {
-            if (kestrel::cm::os::LoadModule(paths[static_cast<std::size_t>(i)].c_str(), &handles[static_cast<std::size_t>(i)],
-                                            szError, sizeof(szError)) != ERR_OK) {
+            if (kestrel::cm::os::LoadModule(paths[static_cast<std::size_t>(i)].c_str(),
+                                            &handles[static_cast<std::size_t>(i)], szError,
+                                            sizeof(szError)) != ERR_OK) {
                 state.SkipWithError(szError);
                 return;
             }

@@ -12,22 +12,22 @@ namespace {
 // the 32-bit build, where the C compiler would put them at a multiple of four).
 struct AlignmentProbe {
     RTS_UI8 a;
-    RTS_UI8 b;                  // offset 1
-    RTS_UI32 c;                 // offset 4
-    RTS_UI32 d;                 // offset 8
-    alignas(8) RTS_UI64 e;      // offset 16
+    RTS_UI8 b;             // offset 1
+    RTS_UI32 c;            // offset 4
+    RTS_UI32 d;            // offset 8
+    alignas(8) RTS_UI64 e; // offset 16
 };
 
 // Packed to two bytes, as the runtime's packed records are.
 #pragma pack(push, 2)
 struct PackProbe {
     RTS_UI8 a;
-    RTS_UI32 b;                 // offset 2, size 6
+    RTS_UI32 b; // offset 2, size 6
 };
 struct PackProbe2 {
     RTS_UI8 a;
     RTS_UI32 b;
-    RTS_UI16 c;                 // size 8
+    RTS_UI16 c; // size 8
 };
 #pragma pack(pop)
 
@@ -45,10 +45,18 @@ const TypeSizeRow s_typeSizes[] = {
 };
 
 // Data stays in the target's own byte order, so the swaps store the value as it is.
-void Swap16u(void *pBuffer, RTS_UI16 value) { std::memcpy(pBuffer, &value, sizeof(value)); }
-void Swap16s(void *pBuffer, RTS_I16 value) { std::memcpy(pBuffer, &value, sizeof(value)); }
-void Swap32u(void *pBuffer, RTS_UI32 value) { std::memcpy(pBuffer, &value, sizeof(value)); }
-void Swap32s(void *pBuffer, RTS_I32 value) { std::memcpy(pBuffer, &value, sizeof(value)); }
+void Swap16u(void *pBuffer, RTS_UI16 value) {
+    std::memcpy(pBuffer, &value, sizeof(value));
+}
+void Swap16s(void *pBuffer, RTS_I16 value) {
+    std::memcpy(pBuffer, &value, sizeof(value));
+}
+void Swap32u(void *pBuffer, RTS_UI32 value) {
+    std::memcpy(pBuffer, &value, sizeof(value));
+}
+void Swap32s(void *pBuffer, RTS_I32 value) {
+    std::memcpy(pBuffer, &value, sizeof(value));
+}
 
 const BasicCheckPlatform s_platform = {
     s_typeSizes,
@@ -112,17 +120,15 @@ bool CheckSwaps(const BasicCheckPlatform &platform) {
     reset();
     platform.pfSwap32u(b, 0xD3725A86u);
     if (b[0] != 0x86 || b[1] != 0x5A || b[2] != 0x72 || b[3] != 0xD3) {
-        CM_LOG(LOG_ERROR, ERR_FAILED, 64,
-               "<cmp>%s</cmp>: SWAP32u failed with values <swap>{%x, %x, %x, %x}</swap>", kFunction, b[0], b[1], b[2],
-               b[3]);
+        CM_LOG(LOG_ERROR, ERR_FAILED, 64, "<cmp>%s</cmp>: SWAP32u failed with values <swap>{%x, %x, %x, %x}</swap>",
+               kFunction, b[0], b[1], b[2], b[3]);
         bOk = false;
     }
     reset();
     platform.pfSwap32s(b, static_cast<RTS_I32>(0xD3725A86u));
     if (b[0] != 0x86 || b[1] != 0x5A || b[2] != 0x72 || b[3] != 0xD3) {
-        CM_LOG(LOG_ERROR, ERR_FAILED, 65,
-               "<cmp>%s</cmp>: SWAP32s failed with values <swap>{%x, %x, %x, %x}</swap>", kFunction, b[0], b[1], b[2],
-               b[3]);
+        CM_LOG(LOG_ERROR, ERR_FAILED, 65, "<cmp>%s</cmp>: SWAP32s failed with values <swap>{%x, %x, %x, %x}</swap>",
+               kFunction, b[0], b[1], b[2], b[3]);
         bOk = false;
     }
     return bOk;
@@ -141,7 +147,9 @@ bool CheckPacking(const BasicCheckPlatform &platform) {
 
 } // namespace
 
-const BasicCheckPlatform &ThisPlatform() { return s_platform; }
+const BasicCheckPlatform &ThisPlatform() {
+    return s_platform;
+}
 
 RTS_I32 RunBasicChecks(const BasicCheckPlatform &platform) {
     // Every check runs, so that one start-up shows every problem of a build.
@@ -154,4 +162,6 @@ RTS_I32 RunBasicChecks(const BasicCheckPlatform &platform) {
 
 } // namespace kestrel::cm
 
-extern "C" RTS_I32 CMBasicChecks(void) { return kestrel::cm::RunBasicChecks(kestrel::cm::ThisPlatform()); }
+extern "C" RTS_I32 CMBasicChecks(void) {
+    return kestrel::cm::RunBasicChecks(kestrel::cm::ThisPlatform());
+}

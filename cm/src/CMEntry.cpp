@@ -144,9 +144,13 @@ RTS_RESULT ExportFunctions() {
     return result;
 }
 
-RTS_RESULT ImportFunctions() { return ImportAll(); }
+RTS_RESULT ImportFunctions() {
+    return ImportAll();
+}
 
-RTS_UI32 GetVersion() { return RTS_SYSTEM_VERSION; }
+RTS_UI32 GetVersion() {
+    return RTS_SYSTEM_VERSION;
+}
 
 RTS_HANDLE CreateInstance(CLASSID, RTS_RESULT *pResult) {
     if (pResult != nullptr)
@@ -154,7 +158,9 @@ RTS_HANDLE CreateInstance(CLASSID, RTS_RESULT *pResult) {
     return nullptr;
 }
 
-RTS_RESULT DeleteInstance(RTS_HANDLE) { return ERR_NOTIMPLEMENTED; }
+RTS_RESULT DeleteInstance(RTS_HANDLE) {
+    return ERR_NOTIMPLEMENTED;
+}
 
 // Locks of the CM work between its own hooks 1 and 15.
 RTS_RESULT HookFunction(RTS_UI32 ulHook, RTS_UINTPTR, RTS_UINTPTR) {

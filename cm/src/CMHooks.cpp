@@ -82,9 +82,9 @@ void BeginHook(RTS_UI32 ulHook) {
 
 // The states that take a hook: 2, 4 and 5; the communication cycle only 5.
 inline RTS_UI32 AcceptingStates(RTS_UI32 ulHook) {
-    return ulHook == CH_COMM_CYCLE ? StateBit(CM_STATE_RUNNING)
-                                   : (StateBit(CM_STATE_LOADED) | StateBit(CM_STATE_INITIALIZED) |
-                                      StateBit(CM_STATE_RUNNING));
+    return ulHook == CH_COMM_CYCLE
+               ? StateBit(CM_STATE_RUNNING)
+               : (StateBit(CM_STATE_LOADED) | StateBit(CM_STATE_INITIALIZED) | StateBit(CM_STATE_RUNNING));
 }
 
 // The single-component call of CMCallHook, inlined: only the answer 10 matters there.
@@ -201,7 +201,9 @@ extern "C" RTS_RESULT CMCallExtraCommCycleHook(RTS_UINTPTR ulParam1, RTS_UINTPTR
     return CMCallHook(CH_COMM_CYCLE, ulParam1, ulParam2, 0);
 }
 
-extern "C" RTS_UI32 CMGetCurrentHook(void) { return g_cm.ulCurrentHook; }
+extern "C" RTS_UI32 CMGetCurrentHook(void) {
+    return g_cm.ulCurrentHook;
+}
 
 extern "C" RTS_RESULT CMInitComponent(ComponentInfo *pComponent) {
     if (IsInvalidRecord(pComponent))
@@ -209,7 +211,7 @@ extern "C" RTS_RESULT CMInitComponent(ComponentInfo *pComponent) {
     if (pComponent->usState != CM_STATE_LOADED)
         return ERR_FAILED;
     CM_LOG(LOG_INFO, ERR_OK, 49, "Call <cmp>%s</cmp> init hooks", pComponent->pszName);
-    static const RTS_UI32 s_initHooks[] = {CH_INIT3, CH_INIT_IO, CH_INIT_TASKS, CH_INIT_APPS,
+    static const RTS_UI32 s_initHooks[] = {CH_INIT3,     CH_INIT_IO,       CH_INIT_TASKS, CH_INIT_APPS,
                                            CH_INIT_COMM, CH_INIT_FINISHED, CH_INIT_DONE};
     RTS_UI32 ulStopWord = 0;
     RTS_RESULT kept = CallDirect(pComponent, CH_INIT2, reinterpret_cast<RTS_UINTPTR>(&ulStopWord));

@@ -24,7 +24,9 @@ const ImportRow s_importRows[] = {
 };
 
 // The string utilities allocate through the same memory service as the CM.
-void HandMemoryServiceToUtl() { CMUtlSetMemoryService(Imp_SysMemAllocData(), Imp_SysMemFreeData()); }
+void HandMemoryServiceToUtl() {
+    CMUtlSetMemoryService(Imp_SysMemAllocData(), Imp_SysMemFreeData());
+}
 
 } // namespace
 
@@ -77,4 +79,6 @@ extern "C" RTS_RESULT CMSetExit(void) {
     return ERR_OK;
 }
 
-extern "C" RTS_I32 CMGetExit(void) { return g_cm.bExit.load() != 0 ? 1 : 0; }
+extern "C" RTS_I32 CMGetExit(void) {
+    return g_cm.bExit.load() != 0 ? 1 : 0;
+}

@@ -12,6 +12,8 @@ void RegistryUseCache(bool bUse);
 bool RegistryCacheInUse();
 
 // Secondary result of the last CMInit3 (never returned by CMInit3 itself).
-inline RTS_RESULT SecondaryResult() { return g_cm.secondaryResult; }
+inline RTS_RESULT SecondaryResult() {
+    return g_cm.secondaryResult;
+}
 
 } // namespace kestrel::cm

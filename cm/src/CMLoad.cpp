@@ -111,8 +111,8 @@ RTS_RESULT CallEntry(ComponentInfo *pComponent, bool bLog) {
     if (bLog) {
         RTS_UI32 v = pComponent->ulVersion;
         CM_LOG(LOG_INFO, ERR_OK, 0, "%s<cmp>%s</cmp> init, <id>0x%08x</id> <version>%d.%d.%d.%d</version>",
-               (pComponent->usFlags & CM_FLAG_DYNAMIC) != 0 ? "Dynamic: " : "", pComponent->pszName,
-               pComponent->CmpId, static_cast<int>(RTS_VERSION_MAJOR(v)), static_cast<int>(RTS_VERSION_MINOR(v)),
+               (pComponent->usFlags & CM_FLAG_DYNAMIC) != 0 ? "Dynamic: " : "", pComponent->pszName, pComponent->CmpId,
+               static_cast<int>(RTS_VERSION_MAJOR(v)), static_cast<int>(RTS_VERSION_MINOR(v)),
                static_cast<int>(RTS_VERSION_PATCH(v)), static_cast<int>(RTS_VERSION_BUILD(v)));
     }
     return ERR_OK;

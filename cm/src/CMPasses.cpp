@@ -20,7 +20,9 @@ inline bool IsListEnd(const ComponentListEntry *pEntry) {
     return pEntry->pszName == nullptr || pEntry->pszName[0] == '\0';
 }
 
-inline bool BeginsWithSys(const char *pszName) { return std::strncmp(pszName, "Sys", 3) == 0; }
+inline bool BeginsWithSys(const char *pszName) {
+    return std::strncmp(pszName, "Sys", 3) == 0;
+}
 
 // The host may supply a basic component under its own name or with the suffix "Embedded" or
 // "Flash" (a variant of the same component).

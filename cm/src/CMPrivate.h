@@ -34,9 +34,9 @@ struct ClassEntry {
 
 // One registered instance: its class entry (may be null), the instance id and the handle.
 struct InstanceEntry {
-    ClassEntry *pClass;     // class entry found by class id at registration
-    RTS_UI32 ulInstanceId;  // id given by the registering component
-    RTS_HANDLE hInstance;   // the instance
+    ClassEntry *pClass;    // class entry found by class id at registration
+    RTS_UI32 ulInstanceId; // id given by the registering component
+    RTS_HANDLE hInstance;  // the instance
 };
 
 // The three static pools hold the same number of blocks on every build; the byte areas follow from
@@ -147,7 +147,7 @@ extern ImportTable g_imp;
 // Typed reads of the slots: Imp_LogAdd(), Imp_SysSemEnter(), ...
 #define KESTREL_CM_IMPORT_ACCESSOR(name)                                                                               \
     inline decltype(&::name) Imp_##name() {                                                                            \
-        return reinterpret_cast<decltype(&::name)>(g_imp.slots[static_cast<unsigned>(Import::name)]);                 \
+        return reinterpret_cast<decltype(&::name)>(g_imp.slots[static_cast<unsigned>(Import::name)]);                  \
     }
 KESTREL_CM_IMPORTS(KESTREL_CM_IMPORT_ACCESSOR)
 #undef KESTREL_CM_IMPORT_ACCESSOR
@@ -169,8 +169,12 @@ RTS_UI32 NowMs();
 
 // --- component table ---------------------------------------------------------------------------
 
-inline bool PoolExists(RTS_HANDLE hPool) { return hPool != RTS_INVALID_HANDLE && hPool != nullptr; }
-inline bool TableExists() { return PoolExists(g_cm.hComponentPool); }
+inline bool PoolExists(RTS_HANDLE hPool) {
+    return hPool != RTS_INVALID_HANDLE && hPool != nullptr;
+}
+inline bool TableExists() {
+    return PoolExists(g_cm.hComponentPool);
+}
 
 // Walks over the used list of a pool. The pool's own headers are public, so a walk needs neither a
 // call nor a lock per step (the hook dispatcher depends on that).
@@ -184,8 +188,12 @@ inline void *NextPayload(void *pPayload) {
     auto *pBlock = reinterpret_cast<MEMPOOL_BLOCK *>(static_cast<char *>(pPayload) - MEMPOOL_BLOCK_HEADER_SIZE);
     return pBlock->pNext != nullptr ? reinterpret_cast<char *>(pBlock->pNext) + MEMPOOL_BLOCK_HEADER_SIZE : nullptr;
 }
-inline ComponentInfo *FirstRecord() { return static_cast<ComponentInfo *>(FirstPayload(g_cm.hComponentPool)); }
-inline ComponentInfo *NextRecord(ComponentInfo *p) { return static_cast<ComponentInfo *>(NextPayload(p)); }
+inline ComponentInfo *FirstRecord() {
+    return static_cast<ComponentInfo *>(FirstPayload(g_cm.hComponentPool));
+}
+inline ComponentInfo *NextRecord(ComponentInfo *p) {
+    return static_cast<ComponentInfo *>(NextPayload(p));
+}
 
 inline bool IsInvalidRecord(const ComponentInfo *p) {
     return p == nullptr || p == static_cast<const void *>(RTS_INVALID_HANDLE);
@@ -205,7 +213,9 @@ inline void UnlockTable() {
 // A record with that exact name, optionally only among the given states (mask of 1 << state).
 ComponentInfo *FindByName(const char *pszName, RTS_UI32 stateMask);
 inline constexpr RTS_UI32 kAnyState = 0xFFFFFFFFu;
-inline constexpr RTS_UI32 StateBit(RTS_UI16 state) { return 1u << state; }
+inline constexpr RTS_UI32 StateBit(RTS_UI16 state) {
+    return 1u << state;
+}
 
 // Calls a record's entry function and takes over its answer (Part of every entry pass and of
 // CMLoadComponent). bLog: log success and failure.

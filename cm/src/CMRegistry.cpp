@@ -151,7 +151,7 @@ extern "C" RTS_RESULT CMRegisterAPI(const void *pTableOrName, RTS_VOID_FCTPTR pf
     if (pfFunction != nullptr) {
         const char *pszName = static_cast<const char *>(pTableOrName);
         return CMRegisterAPI2(pszName, pfFunction, bExternalLibrary, ulCmpIdOrSignature, 0) != ERR_OK ? ERR_FAILED
-                                                                                                       : ERR_OK;
+                                                                                                      : ERR_OK;
     }
     for (const auto *pRow = static_cast<const ExportEntry *>(pTableOrName); pRow->pfFunction != nullptr; ++pRow) {
         if (CMRegisterAPI2(pRow->pszName, pRow->pfFunction, bExternalLibrary, pRow->ulSignature, pRow->ulVersion) !=
@@ -181,6 +181,10 @@ extern "C" RTS_RESULT CMGetAPI(const char *pszName, RTS_VOID_FCTPTR *ppfFunction
     return CMGetAPI2(pszName, ppfFunction, 0, ulSignature, 0);
 }
 
-extern "C" RTS_RESULT CMReleaseAPI(const char *) { return ERR_OK; }
+extern "C" RTS_RESULT CMReleaseAPI(const char *) {
+    return ERR_OK;
+}
 
-extern "C" RTS_RESULT CMImportFunctions(void) { return ImportPass(CM_FLAG_IMPORT_MASK); }
+extern "C" RTS_RESULT CMImportFunctions(void) {
+    return ImportPass(CM_FLAG_IMPORT_MASK);
+}

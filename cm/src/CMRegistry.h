@@ -18,10 +18,10 @@ struct ApiMatch {
 
 // Valid during one lookup; lookups are not re-entrant.
 struct LookupState {
-    bool bActive;                 // a lookup walks the table
-    bool bCaseInsensitive;        // IEC lookup: external-library rows compare ignoring case
-    char szWanted[kMaxApiName];   // the wanted name
-    ApiMatch match;               // match of the component being asked
+    bool bActive;               // a lookup walks the table
+    bool bCaseInsensitive;      // IEC lookup: external-library rows compare ignoring case
+    char szWanted[kMaxApiName]; // the wanted name
+    ApiMatch match;             // match of the component being asked
 };
 extern LookupState g_lookup;
 

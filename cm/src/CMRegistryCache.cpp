@@ -30,9 +30,9 @@ struct CachedRow {
 // The cached rows of one record of the table.
 struct CacheEntry {
     ComponentInfo *pComponent;
-    RTS_UI64 ullSequence;                 // order of addition = table order
-    PF_EXPORT_FUNCTIONS pfFilledWith;     // export callback the rows came from
-    bool bValid;                          // rows complete (the callback answered 0)
+    RTS_UI64 ullSequence;             // order of addition = table order
+    PF_EXPORT_FUNCTIONS pfFilledWith; // export callback the rows came from
+    bool bValid;                      // rows complete (the callback answered 0)
     std::vector<CachedRow> rows;
 };
 
@@ -68,9 +68,9 @@ class CandidateList {
         m_more.insert(pos, cand);
     }
     void Remove(const CacheEntry *pEntry) {
-        m_more.erase(std::remove_if(m_more.begin(), m_more.end(),
-                                    [pEntry](const Candidate &c) { return c.pEntry == pEntry; }),
-                     m_more.end());
+        m_more.erase(
+            std::remove_if(m_more.begin(), m_more.end(), [pEntry](const Candidate &c) { return c.pEntry == pEntry; }),
+            m_more.end());
         if (m_first.pEntry != pEntry)
             return;
         if (m_more.empty()) {
@@ -100,8 +100,8 @@ struct NameHash {
 };
 
 struct Cache {
-    bool bUse = true;      // switched on by default
-    bool bBroken = false;  // out of memory once: the plain walk serves until the next reset
+    bool bUse = true;     // switched on by default
+    bool bBroken = false; // out of memory once: the plain walk serves until the next reset
     RTS_UI64 ullNextSequence = 0;
     std::vector<std::unique_ptr<CacheEntry>> entries; // table order
     std::unordered_map<std::string, CandidateList, NameHash, std::equal_to<>> index;
@@ -251,6 +251,8 @@ void RegistryUseCache(bool bUse) {
         pEntry->bValid = false;
 }
 
-bool RegistryCacheInUse() { return s_cache.bUse && !s_cache.bBroken; }
+bool RegistryCacheInUse() {
+    return s_cache.bUse && !s_cache.bBroken;
+}
 
 } // namespace kestrel::cm

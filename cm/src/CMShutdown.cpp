@@ -10,8 +10,8 @@ namespace {
 inline constexpr RTS_UI32 kExitRequestLimitMs = 10000;
 
 // Components that everything else may still need while it goes down.
-const CMPID s_lastSet[] = {CMPID_CM, CMPID_CmpMemPool, CMPID_SysSem, CMPID_SysMem,
-                           CMPID_SysExcept, CMPID_CmpLog, CMPID_CmpSettings};
+const CMPID s_lastSet[] = {CMPID_CM,        CMPID_CmpMemPool, CMPID_SysSem,     CMPID_SysMem,
+                           CMPID_SysExcept, CMPID_CmpLog,     CMPID_CmpSettings};
 
 bool InLastSet(CMPID cmpId) {
     for (CMPID id : s_lastSet)
@@ -98,8 +98,7 @@ extern "C" RTS_RESULT CMExit(void) {
     UnloadGroup([](RTS_UI16 usFlags, CMPID cmpId) {
         return (usFlags & CM_FLAG_STATIC) != 0 && (usFlags & CM_FLAG_SYSTEM) == 0 && !InLastSet(cmpId);
     });
-    UnloadGroup(
-        [](RTS_UI16 usFlags, CMPID cmpId) { return (usFlags & CM_FLAG_SYSTEM) != 0 && !InLastSet(cmpId); });
+    UnloadGroup([](RTS_UI16 usFlags, CMPID cmpId) { return (usFlags & CM_FLAG_SYSTEM) != 0 && !InLastSet(cmpId); });
     for (RTS_HANDLE hPool : {g_cm.hClassPool, g_cm.hInstancePool, g_cm.hComponentPool})
         if (PoolExists(hPool))
             MemPoolCleanup(hPool, kCMName, 0);

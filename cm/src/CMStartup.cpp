@@ -137,9 +137,8 @@ void PrintComponentList() {
                           KindPrefix(p->usFlags));
             RTS_UI32 v = p->ulVersion;
             CM_LOG(LOG_INFO, ERR_OK, 7, "%s<cmp>%s</cmp> init, <id>0x%08x</id> <ver>%d.%d.%d.%d</ver>", szPrefix,
-                   p->pszName, p->CmpId, static_cast<int>(RTS_VERSION_MAJOR(v)),
-                   static_cast<int>(RTS_VERSION_MINOR(v)), static_cast<int>(RTS_VERSION_PATCH(v)),
-                   static_cast<int>(RTS_VERSION_BUILD(v)));
+                   p->pszName, p->CmpId, static_cast<int>(RTS_VERSION_MAJOR(v)), static_cast<int>(RTS_VERSION_MINOR(v)),
+                   static_cast<int>(RTS_VERSION_PATCH(v)), static_cast<int>(RTS_VERSION_BUILD(v)));
         }
     }
 }
@@ -200,14 +199,12 @@ extern "C" RTS_RESULT CMInit(const char *pszSettingsFile, const ComponentListEnt
     return CMInit2(pszSettingsFile, pComponentList, 0);
 }
 
-extern "C" RTS_RESULT CMInit2(const char *pszSettingsFile, const ComponentListEntry *pComponentList,
-                              RTS_UI32 ulFlags) {
+extern "C" RTS_RESULT CMInit2(const char *pszSettingsFile, const ComponentListEntry *pComponentList, RTS_UI32 ulFlags) {
     // Narrowed on purpose: only "settings optional" passes through this form.
     return CMInit3(pszSettingsFile, pComponentList, ulFlags != 0 ? 1u : 0u);
 }
 
-extern "C" RTS_RESULT CMInit3(const char *pszSettingsFile, const ComponentListEntry *pComponentList,
-                              RTS_UI32 ulFlags) {
+extern "C" RTS_RESULT CMInit3(const char *pszSettingsFile, const ComponentListEntry *pComponentList, RTS_UI32 ulFlags) {
     // Every step runs; the first failure of each result is the one kept.
     RTS_RESULT mainResult = Reset();
     RTS_RESULT &secondary = g_cm.secondaryResult;

@@ -14,7 +14,9 @@ inline void SetResult(RTS_RESULT *pResult, RTS_RESULT result) {
         *pResult = result;
 }
 
-inline ComponentInfo *InvalidRecord() { return static_cast<ComponentInfo *>(RTS_INVALID_HANDLE); }
+inline ComponentInfo *InvalidRecord() {
+    return static_cast<ComponentInfo *>(RTS_INVALID_HANDLE);
+}
 
 bool IsInTable(const ComponentInfo *pComponent) {
     for (ComponentInfo *p = FirstRecord(); p != nullptr; p = NextRecord(p))
@@ -78,10 +80,13 @@ extern "C" ComponentInfo *CMAddComponent(const ComponentInfo *pTemplate, RTS_RES
         std::memcpy(pszCopy, pTemplate->pszName, nLen + 1);
         pComponent->pszName = pszCopy;
     }
+    // The list and the structures that follow it change together, under the table lock.
+    LockTable();
     MemPoolAppendUsedBlock(pComponent);
     ++g_cm.nComponents;
     RegistryOnAdd(pComponent);
     OrderOnAdd(pComponent);
+    UnlockTable();
     SetResult(pResult, ERR_OK);
     return pComponent;
 }
@@ -97,10 +102,10 @@ extern "C" RTS_RESULT CMRemoveComponent(ComponentInfo *pComponent) {
         return ERR_PARAMETER;
     }
     MemPoolRemoveUsedBlock(pComponent);
-    UnlockTable();
     // Nothing may keep pointing at the block once it is back in the pool.
     RegistryOnRemove(pComponent);
     OrderOnRemove(pComponent);
+    UnlockTable();
     DropImportsOf(pComponent, false);
     UnbindClasses(pComponent);
     if (pComponent->bStaticName == 0 && pComponent->pszName != nullptr) {
@@ -170,7 +175,9 @@ extern "C" RTS_RESULT CMGetCmpName(CMPID cmpId, char *pszName, RTS_SIZE nBufferS
     return ERR_FAILED; // the buffer is left untouched
 }
 
-extern "C" RTS_I32 CMGetNumOfComponents(void) { return g_cm.nComponents; }
+extern "C" RTS_I32 CMGetNumOfComponents(void) {
+    return g_cm.nComponents;
+}
 
 extern "C" ComponentInfo *CMGetComponentByIndex(RTS_I32 iIndex) {
     if (iIndex < 0 || iIndex >= g_cm.nComponents)

@@ -162,10 +162,10 @@ TEST_P(PoolAreaTest, HoldsItsRecords) {
 
 INSTANTIATE_TEST_SUITE_P(
     Pools, PoolAreaTest,
-    ::testing::Values(
-        PoolCase{"class list", sizeof(kestrel::cm::ClassEntry), kestrel::cm::kClassAreaSize, 148, 5},
-        PoolCase{"instance list", sizeof(kestrel::cm::InstanceEntry), kestrel::cm::kInstanceAreaSize, 148, 5},
-        PoolCase{"component table", sizeof(ComponentInfo), kestrel::cm::kComponentAreaSize, 2588, 40}));
+    ::testing::Values(PoolCase{"class list", sizeof(kestrel::cm::ClassEntry), kestrel::cm::kClassAreaSize, 148, 5},
+                      PoolCase{"instance list", sizeof(kestrel::cm::InstanceEntry), kestrel::cm::kInstanceAreaSize, 148,
+                               5},
+                      PoolCase{"component table", sizeof(ComponentInfo), kestrel::cm::kComponentAreaSize, 2588, 40}));
 
 TEST(RecordSizes, ThirtyTwoBitFigures) {
     if (sizeof(void *) != 4)

@@ -13,8 +13,9 @@ namespace {
 class HookTest : public CMTest {
   protected:
     RTS_RESULT StartABC(RTS_UI32 ulFlags = CM_INIT_SETTINGS_OPTIONAL) {
-        return Start({{"TestCmpA", &TestCmpAEntry, 0}, {"TestCmpB", &TestCmpBEntry, 1}, {"TestCmpC", &TestCmpCEntry, 0}},
-                     ulFlags);
+        return Start(
+            {{"TestCmpA", &TestCmpAEntry, 0}, {"TestCmpB", &TestCmpBEntry, 1}, {"TestCmpC", &TestCmpCEntry, 0}},
+            ulFlags);
     }
 };
 
@@ -85,14 +86,13 @@ TEST_P(HookMaskTest, FlagsChooseTheComponents) {
 }
 
 // Flags: B 0x0105 (system), A 0x0101, C 0x0201.
-INSTANTIATE_TEST_SUITE_P(
-    Cases, HookMaskTest,
-    ::testing::Values(MaskCase{0, {"TestCmpB", "TestCmpA", "TestCmpC"}},
-                      MaskCase{CM_FLAG_STATIC, {"TestCmpB", "TestCmpA", "TestCmpC"}},
-                      MaskCase{CM_FLAG_SYSTEM, {"TestCmpB"}}, MaskCase{CM_FLAG_DYNAMIC, {}},
-                      MaskCase{CM_FLAG_IMPORT_MASK, {"TestCmpB", "TestCmpA", "TestCmpC"}},
-                      MaskCase{CM_FLAG_MARK_EXISTING, {"TestCmpC"}},
-                      MaskCase{CM_FLAG_ADDED | CM_FLAG_SYSTEM, {"TestCmpB"}}));
+INSTANTIATE_TEST_SUITE_P(Cases, HookMaskTest,
+                         ::testing::Values(MaskCase{0, {"TestCmpB", "TestCmpA", "TestCmpC"}},
+                                           MaskCase{CM_FLAG_STATIC, {"TestCmpB", "TestCmpA", "TestCmpC"}},
+                                           MaskCase{CM_FLAG_SYSTEM, {"TestCmpB"}}, MaskCase{CM_FLAG_DYNAMIC, {}},
+                                           MaskCase{CM_FLAG_IMPORT_MASK, {"TestCmpB", "TestCmpA", "TestCmpC"}},
+                                           MaskCase{CM_FLAG_MARK_EXISTING, {"TestCmpC"}},
+                                           MaskCase{CM_FLAG_ADDED | CM_FLAG_SYSTEM, {"TestCmpB"}}));
 
 TEST_F(HookTest, StatesThatTakeHooks) {
     ASSERT_EQ(ERR_OK, StartABC(CM_INIT_SETTINGS_OPTIONAL | CM_INIT_NO_INIT_END));
@@ -151,8 +151,8 @@ TEST_F(HookTest, EmptyTableInReverse) {
 // The extra communication cycle runs only without a task service and at most once per interval.
 struct CommCycleCase {
     const char *pszCase;
-    const char *pszInterval;   // setting, or null for the default 250
-    bool bTasks;               // SysTaskCreate exported
+    const char *pszInterval; // setting, or null for the default 250
+    bool bTasks;             // SysTaskCreate exported
     std::vector<RTS_UI32> advances;
     std::vector<RTS_RESULT> expectedCycles; // 1: hook 20 dispatched, 0: not, per call
 };
@@ -180,12 +180,12 @@ TEST_P(CommCycleTest, Interval) {
     EXPECT_EQ(c.expectedCycles, cycles) << c.pszCase;
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Cases, CommCycleTest,
-    ::testing::Values(CommCycleCase{"twice within 250 ms", nullptr, false, {250, 10}, {1, 0}},
-                      CommCycleCase{"just below", nullptr, false, {249, 1, 249, 1}, {0, 1, 0, 1}},
-                      CommCycleCase{"with tasks", nullptr, true, {1000, 1000}, {0, 0}},
-                      CommCycleCase{"interval from the settings", "20", false, {20, 19, 1}, {1, 0, 1}}));
+INSTANTIATE_TEST_SUITE_P(Cases, CommCycleTest,
+                         ::testing::Values(CommCycleCase{"twice within 250 ms", nullptr, false, {250, 10}, {1, 0}},
+                                           CommCycleCase{"just below", nullptr, false, {249, 1, 249, 1}, {0, 1, 0, 1}},
+                                           CommCycleCase{"with tasks", nullptr, true, {1000, 1000}, {0, 0}},
+                                           CommCycleCase{
+                                               "interval from the settings", "20", false, {20, 19, 1}, {1, 0, 1}}));
 
 TEST_F(HookTest, CommCycleHookAnswer) {
     AddAnswer(R().Behaviour("TestCmpA"), CH_COMM_CYCLE, ERR_CALL_AGAIN, -1);

@@ -19,7 +19,9 @@ namespace {
 
 class ModuleTest : public CMTest {};
 
-std::string Suffix() { return kestrel::cm::os::ModuleSuffixes()[0]; }
+std::string Suffix() {
+    return kestrel::cm::os::ModuleSuffixes()[0];
+}
 
 // A dynamic component of the caller's list gets hook 1 twice: with everyone, then with the
 // dynamic components.
@@ -155,7 +157,8 @@ TEST_F(ModuleTest, WorkingDirectoryIsNotSearched) {
     const fs::path program = fs::absolute(fs::path(::testing::internal::GetArgvs().at(0)));
     fs::path source = program.parent_path() / ("TestModC" + Suffix());
     ASSERT_TRUE(fs::exists(source)) << source.string();
-    fs::path planted = fs::temp_directory_path() / ("kestrel-cm-planted-" + std::to_string(::testing::UnitTest::GetInstance()->random_seed()));
+    fs::path planted = fs::temp_directory_path() /
+                       ("kestrel-cm-planted-" + std::to_string(::testing::UnitTest::GetInstance()->random_seed()));
     fs::create_directories(planted);
     fs::copy_file(source, planted / ("TestModPlanted" + Suffix()), fs::copy_options::overwrite_existing);
     fs::path previous = fs::current_path();
@@ -182,15 +185,16 @@ TEST_F(ModuleTest, UnloadGroups) {
     R().Behaviour("TestModA").cmpId = 0x7101;
     R().Behaviour("TestCmpA").cmpId = 0x7001;
     R().Behaviour("TestCmpB").cmpId = 0x7002;
-    ASSERT_EQ(ERR_OK, Start({{"TestCmpB", &TestCmpBEntry, 1}, {"TestCmpA", &TestCmpAEntry, 0}, {"TestModA", nullptr, 0}}));
+    ASSERT_EQ(ERR_OK,
+              Start({{"TestCmpB", &TestCmpBEntry, 1}, {"TestCmpA", &TestCmpAEntry, 0}, {"TestModA", nullptr, 0}}));
     R().Reset();
     Stop();
     std::vector<std::string> unloads;
     for (const TraceEvent &e : R().Events())
         if (e.component == "TestCmpB" && e.ulHook == CH_COMPONENT_EXIT)
             unloads.push_back(e.text);
-    EXPECT_THAT(unloads, ElementsAre("TestCmpB:hook 24(TestModA)", "TestCmpB:hook 24(TestCmpA)",
-                                     "TestCmpB:hook 24(TestCmpB)"));
+    EXPECT_THAT(unloads,
+                ElementsAre("TestCmpB:hook 24(TestModA)", "TestCmpB:hook 24(TestCmpA)", "TestCmpB:hook 24(TestCmpB)"));
     // The module heard of its own unloading before its code went away.
     std::vector<std::string> a = R().Trace("TestModA");
     ASSERT_FALSE(a.empty());

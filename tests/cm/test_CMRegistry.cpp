@@ -146,8 +146,7 @@ const CheckCase kCheckCases[] = {
     {"old IEC version passes", CM_IMPORT_IEC, 0, 0x03050500, 0, 0x00010000, ERR_OK, 0, 0x00010000},
     {"old version, C lookup", 0, 0, 0x03050500, 0, 0x00010000, ERR_VERSION_MISMATCH, 0, 0x03050500},
     {"IEC version mismatch", CM_IMPORT_IEC, 0, 0x03050500, 0, 0x02000000, ERR_VERSION_MISMATCH, 0, 0x03050500},
-    {"signature before version", 0, 0x1111, 0x03050500, 0x2222, 0x02000000, ERR_SIGNATURE_MISMATCH, 0x1111,
-     0x02000000},
+    {"signature before version", 0, 0x1111, 0x03050500, 0x2222, 0x02000000, ERR_SIGNATURE_MISMATCH, 0x1111, 0x02000000},
 };
 
 INSTANTIATE_TEST_SUITE_P(Cases, RegistryCheckTest,
@@ -248,15 +247,49 @@ TEST_P(RegistryTest, RegisterWithoutLookup) {
 // Every C export of the CM is found under its name, with signature and version 0.
 TEST_P(RegistryTest, CMExportTables) {
     ASSERT_EQ(ERR_OK, StartAB());
-    const std::set<std::string> expectedC = {
-        "CMInit", "CMInit2", "CMInit3", "CMInitEnd", "CMExit", "CMSetExit", "CMGetExit", "CMDebugOut",
-        "CMDebugOutArg", "CMRegisterAPI", "CMRegisterAPI2", "CMGetAPI", "CMGetAPI2", "CMGetAPI3", "CMReleaseAPI",
-        "CMImportFunctions", "CMAddComponent", "CMRemoveComponent", "CMLoadComponent", "CMUnloadComponent",
-        "CMInitComponent", "CMExitComponent", "CMGetComponentByName", "CMGetCmpId", "CMGetCmpName",
-        "CMGetComponent", "CMGetNumOfComponents", "CMGetComponentByIndex", "CMGetFirstComponent",
-        "CMGetNextComponent", "CMCreateInstance", "CMDeleteInstance", "CMDeleteInstance2", "CMGetInstance",
-        "CMRegisterInstance", "CMUnregisterInstance", "CMGetInstanceList", "CMCallHook", "CMCallHook2",
-        "CMCallExtraCommCycleHook", "CMGetCurrentHook", "CMIsOperationDisabled", "CMProfiling"};
+    const std::set<std::string> expectedC = {"CMInit",
+                                             "CMInit2",
+                                             "CMInit3",
+                                             "CMInitEnd",
+                                             "CMExit",
+                                             "CMSetExit",
+                                             "CMGetExit",
+                                             "CMDebugOut",
+                                             "CMDebugOutArg",
+                                             "CMRegisterAPI",
+                                             "CMRegisterAPI2",
+                                             "CMGetAPI",
+                                             "CMGetAPI2",
+                                             "CMGetAPI3",
+                                             "CMReleaseAPI",
+                                             "CMImportFunctions",
+                                             "CMAddComponent",
+                                             "CMRemoveComponent",
+                                             "CMLoadComponent",
+                                             "CMUnloadComponent",
+                                             "CMInitComponent",
+                                             "CMExitComponent",
+                                             "CMGetComponentByName",
+                                             "CMGetCmpId",
+                                             "CMGetCmpName",
+                                             "CMGetComponent",
+                                             "CMGetNumOfComponents",
+                                             "CMGetComponentByIndex",
+                                             "CMGetFirstComponent",
+                                             "CMGetNextComponent",
+                                             "CMCreateInstance",
+                                             "CMDeleteInstance",
+                                             "CMDeleteInstance2",
+                                             "CMGetInstance",
+                                             "CMRegisterInstance",
+                                             "CMUnregisterInstance",
+                                             "CMGetInstanceList",
+                                             "CMCallHook",
+                                             "CMCallHook2",
+                                             "CMCallExtraCommCycleHook",
+                                             "CMGetCurrentHook",
+                                             "CMIsOperationDisabled",
+                                             "CMProfiling"};
     std::set<std::string> names;
     for (const ExportEntry *p = kestrel::cm::g_cmExportsC; p->pfFunction != nullptr; ++p) {
         names.insert(p->pszName);

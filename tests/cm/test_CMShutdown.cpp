@@ -21,11 +21,10 @@ TEST_F(ShutdownTest, HooksAndEventsInTheirOrder) {
     R().Reset();
     EXPECT_EQ(ERR_OK, Stop());
     std::vector<std::string> expected = {
-        "event 0x00010001", "event 0x00010002", "TestCmpB:hook 10",    "TestCmpA:hook 10",
-        "event 0x00010003", "TestCmpB:hook 11", "TestCmpA:hook 11",    "TestCmpB:hook 2200",
-        "TestCmpA:hook 2200", "event 0x00010004", "TestCmpB:hook 12",  "TestCmpA:hook 12",
-        "event 0x00010005", "TestCmpB:hook 13", "TestCmpA:hook 13",    "TestCmpB:hook 14",
-        "TestCmpA:hook 14", "TestCmpB:hook 17", "TestCmpA:hook 17",    "TestCmpB:hook 15",
+        "event 0x00010001", "event 0x00010002", "TestCmpB:hook 10", "TestCmpA:hook 10", "event 0x00010003",
+        "TestCmpB:hook 11", "TestCmpA:hook 11", "TestCmpB:hook 2200", "TestCmpA:hook 2200", "event 0x00010004",
+        "TestCmpB:hook 12", "TestCmpA:hook 12", "event 0x00010005", "TestCmpB:hook 13", "TestCmpA:hook 13",
+        "TestCmpB:hook 14", "TestCmpA:hook 14", "TestCmpB:hook 17", "TestCmpA:hook 17", "TestCmpB:hook 15",
         "TestCmpA:hook 15",
         // Unload groups: the static non-system component first, then the system one; each unload
         // is announced to every component still there, itself included.
@@ -66,7 +65,7 @@ TEST_F(ShutdownTest, LastSetGoesAfterHook16) {
 
 // Hook 10 is repeated while some component answers 10, for at most 10000 ms of SysTimeGetMs.
 struct ExitRequestCase {
-    RTS_I32 nAnswers10;  // -1: always
+    RTS_I32 nAnswers10; // -1: always
     RTS_UI32 ulStartMs;
     RTS_UI32 ulStepMs;
     std::size_t nExpectedCalls;

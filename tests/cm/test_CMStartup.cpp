@@ -13,9 +13,9 @@ using ::testing::ElementsAreArray;
 namespace {
 
 const std::vector<std::string> kInitEndHooksBA = {
-    "TestCmpB:hook 3",   "TestCmpA:hook 3", "TestCmpB:hook 7",   "TestCmpA:hook 7", "TestCmpB:hook 4",
-    "TestCmpA:hook 4",   "TestCmpB:hook 500", "TestCmpA:hook 500", "TestCmpB:hook 5", "TestCmpA:hook 5",
-    "TestCmpB:hook 6",   "TestCmpA:hook 6", "TestCmpB:hook 1000", "TestCmpA:hook 1000"};
+    "TestCmpB:hook 3", "TestCmpA:hook 3",   "TestCmpB:hook 7",    "TestCmpA:hook 7",   "TestCmpB:hook 4",
+    "TestCmpA:hook 4", "TestCmpB:hook 500", "TestCmpA:hook 500",  "TestCmpB:hook 5",   "TestCmpA:hook 5",
+    "TestCmpB:hook 6", "TestCmpA:hook 6",   "TestCmpB:hook 1000", "TestCmpA:hook 1000"};
 
 class StartupTest : public CMTest {};
 
@@ -45,8 +45,8 @@ TEST_F(StartupTest, TableOrderFollowsThePasses) {
     for (ComponentInfo *p = CMGetFirstComponent(nullptr); p != nullptr; p = CMGetNextComponent(p, nullptr))
         names.push_back(p->pszName);
     // SysFile is not linked into the test program, so the basic pass leaves it out.
-    EXPECT_THAT(names, ElementsAre("CM", "CmpMemPool", "CmpLog", "CmpSettings", "SysTestServices", "SysTestB",
-                                   "TestCmpA"));
+    EXPECT_THAT(names,
+                ElementsAre("CM", "CmpMemPool", "CmpLog", "CmpSettings", "SysTestServices", "SysTestB", "TestCmpA"));
     EXPECT_EQ(CM_FLAG_STATIC | CM_FLAG_SYSTEM | CM_FLAG_ADDED, Find("CM")->usFlags);
     EXPECT_EQ(CM_FLAG_STATIC | CM_FLAG_SYSTEM | CM_FLAG_ADDED, Find("SysTestB")->usFlags);
     EXPECT_EQ(CM_FLAG_STATIC | CM_FLAG_ADDED, Find("TestCmpA")->usFlags);
@@ -198,11 +198,9 @@ INSTANTIATE_TEST_SUITE_P(
         SettingsCase{nullptr, 0, {"KestrelSP"}, {"KESTRELControl", "KestrelSP"}, ERR_OK, nullptr},
         SettingsCase{nullptr, CM_INIT_SETTINGS_OPTIONAL, {}, {}, ERR_OK, nullptr},
         SettingsCase{"my.cfg", 0, {"my.cfg"}, {"my.cfg"}, ERR_OK, nullptr},
-        SettingsCase{"my.cfg", 0, {"KestrelControl"}, {"my.cfg", "KESTRELControl", "KestrelControl"}, ERR_OK,
-                     nullptr},
+        SettingsCase{"my.cfg", 0, {"KestrelControl"}, {"my.cfg", "KESTRELControl", "KestrelControl"}, ERR_OK, nullptr},
         SettingsCase{"my.cfg", 0, {}, {"my.cfg", "KESTRELControl", "KestrelControl"}, ERR_FAILED, "my.cfg"},
-        SettingsCase{"x/GWClient.cfg", 0, {}, {"x/GWClient.cfg", "KESTRELControl", "KestrelControl"}, ERR_OK,
-                     nullptr},
+        SettingsCase{"x/GWClient.cfg", 0, {}, {"x/GWClient.cfg", "KESTRELControl", "KestrelControl"}, ERR_OK, nullptr},
         SettingsCase{"my.cfg", CM_INIT_SETTINGS_OPTIONAL, {}, {"my.cfg"}, ERR_OK, nullptr}));
 
 TEST_F(StartupTest, SettingsFileWithoutSettingsComponent) {
@@ -234,8 +232,7 @@ TEST_P(SplitDatabasesTest, SecondReadDecides) {
 
 INSTANTIATE_TEST_SUITE_P(Cases, SplitDatabasesTest,
                          ::testing::Values(SplitCase{nullptr, nullptr, 0}, SplitCase{"1", nullptr, 0},
-                                           SplitCase{nullptr, "1", 1}, SplitCase{"0", "1", 1},
-                                           SplitCase{"1", "0", 0}));
+                                           SplitCase{nullptr, "1", 1}, SplitCase{"0", "1", 1}, SplitCase{"1", "0", 0}));
 
 TEST_F(StartupTest, FailingEntryDisablesTheComponentAndFailsStartup) {
     R().Behaviour("TestCmpA").entryResult = 7;
@@ -254,8 +251,9 @@ TEST_F(StartupTest, FailingImportSwitchesToSafeMode) {
     AddImport(a, "NoSuchFunction");
     R().Behaviour("TestCmpB").cmpId = 0x12;
     R().Behaviour("TestCmpC").cmpId = 0x7003;
-    EXPECT_EQ(ERR_FAILED,
-              Start({{"TestCmpA", &TestCmpAEntry, 0}, {"TestCmpB", &TestCmpBEntry, 0}, {"TestCmpC", &TestCmpCEntry, 0}}));
+    EXPECT_EQ(
+        ERR_FAILED,
+        Start({{"TestCmpA", &TestCmpAEntry, 0}, {"TestCmpB", &TestCmpBEntry, 0}, {"TestCmpC", &TestCmpCEntry, 0}}));
     EXPECT_EQ(CM_STATE_DISABLED, Find("TestCmpA")->usState);
     EXPECT_EQ(CM_STATE_DISABLED, Find("TestCmpB")->usState);
     EXPECT_EQ(CM_STATE_RUNNING, Find("TestCmpC")->usState);
@@ -291,10 +289,10 @@ TEST_F(StartupTest, EarlyImportFailureDisablesWithoutFailingStartup) {
     EXPECT_EQ(1, F().CountLogged("Import function(s) failed of <name>TestCmpB</name>"));
     EXPECT_TRUE(F().LogWithInfo(69).empty());
     EXPECT_THAT(R().Trace("TestCmpB"),
-                ElementsAre("TestCmpB:entry", "TestCmpB:import", "TestCmpB:entry", "TestCmpB:hook 1",
-                            "TestCmpB:import", "TestCmpB:hook 8", "TestCmpB:import", "TestCmpB:import",
-                            "TestCmpB:hook 2", "TestCmpB:hook 3", "TestCmpB:hook 7", "TestCmpB:hook 4",
-                            "TestCmpB:hook 500", "TestCmpB:hook 5", "TestCmpB:hook 6", "TestCmpB:hook 1000"));
+                ElementsAre("TestCmpB:entry", "TestCmpB:import", "TestCmpB:entry", "TestCmpB:hook 1", "TestCmpB:import",
+                            "TestCmpB:hook 8", "TestCmpB:import", "TestCmpB:import", "TestCmpB:hook 2",
+                            "TestCmpB:hook 3", "TestCmpB:hook 7", "TestCmpB:hook 4", "TestCmpB:hook 500",
+                            "TestCmpB:hook 5", "TestCmpB:hook 6", "TestCmpB:hook 1000"));
 }
 
 TEST_F(StartupTest, BannerAndComponentList) {
@@ -321,16 +319,15 @@ TEST_F(StartupTest, BannerAndComponentList) {
     std::vector<std::string> list;
     for (const LogLine &line : F().LogWithInfo(7))
         list.push_back(line.text);
-    EXPECT_THAT(list,
-                ElementsAre("System: <cmp>CM</cmp> init, <id>0x00000001</id> <ver>3.5.5.0</ver>",
-                            "System: <cmp>CmpMemPool</cmp> init, <id>0x0000001e</id> <ver>3.5.5.0</ver>",
-                            "System: <cmp>CmpLog</cmp> init, <id>0x00000101</id> <ver>3.5.5.0</ver>",
-                            "System: <cmp>CmpSettings</cmp> init, <id>0x00000108</id> <ver>3.5.5.0</ver>",
-                            "System: <cmp>SysTestServices</cmp> init, <id>0x00000013</id> <ver>3.5.5.0</ver>",
-                            "[DISABLED] System: <cmp>SysTestB</cmp> init, <id>0x00000000</id> <ver>0.0.0.0</ver>",
-                            "<cmp>TestCmpA</cmp> init, <id>0x00007001</id> <ver>1.2.3.4</ver>",
-                            // Disabled, the name does not keep the full pass from adding it again.
-                            "[DISABLED] <cmp>SysTestB</cmp> init, <id>0x00000000</id> <ver>0.0.0.0</ver>"));
+    EXPECT_THAT(list, ElementsAre("System: <cmp>CM</cmp> init, <id>0x00000001</id> <ver>3.5.5.0</ver>",
+                                  "System: <cmp>CmpMemPool</cmp> init, <id>0x0000001e</id> <ver>3.5.5.0</ver>",
+                                  "System: <cmp>CmpLog</cmp> init, <id>0x00000101</id> <ver>3.5.5.0</ver>",
+                                  "System: <cmp>CmpSettings</cmp> init, <id>0x00000108</id> <ver>3.5.5.0</ver>",
+                                  "System: <cmp>SysTestServices</cmp> init, <id>0x00000013</id> <ver>3.5.5.0</ver>",
+                                  "[DISABLED] System: <cmp>SysTestB</cmp> init, <id>0x00000000</id> <ver>0.0.0.0</ver>",
+                                  "<cmp>TestCmpA</cmp> init, <id>0x00007001</id> <ver>1.2.3.4</ver>",
+                                  // Disabled, the name does not keep the full pass from adding it again.
+                                  "[DISABLED] <cmp>SysTestB</cmp> init, <id>0x00000000</id> <ver>0.0.0.0</ver>"));
 }
 
 TEST_F(StartupTest, NothingIsPrintedWithoutLogger) {

@@ -151,14 +151,13 @@ TEST_P(CmpNameTest, Names) {
     EXPECT_EQ('#', szBuffer[c.nSize]); // never beyond the given size
 }
 
-INSTANTIATE_TEST_SUITE_P(Cases, CmpNameTest,
-                         ::testing::Values(CmpNameCase{0, 10, ERR_OK, "CM"}, CmpNameCase{0x7002, 10, ERR_OK, "TestCmpB"},
-                                           CmpNameCase{0x7002, 5, ERR_BUFFERSIZE, "Test"},
-                                           CmpNameCase{0x1000, 10, ERR_OK, "IEC"},
-                                           CmpNameCase{0x1005, 20, ERR_OK, "IEC=0x00001005"},
-                                           CmpNameCase{0x1005, 8, ERR_BUFFERSIZE, "IEC=0x0"},
-                                           CmpNameCase{0x2000, 10, ERR_FAILED, nullptr},
-                                           CmpNameCase{CMPID_CmpMemPool, 12, ERR_OK, "CmpMemPool"}));
+INSTANTIATE_TEST_SUITE_P(
+    Cases, CmpNameTest,
+    ::testing::Values(CmpNameCase{0, 10, ERR_OK, "CM"}, CmpNameCase{0x7002, 10, ERR_OK, "TestCmpB"},
+                      CmpNameCase{0x7002, 5, ERR_BUFFERSIZE, "Test"}, CmpNameCase{0x1000, 10, ERR_OK, "IEC"},
+                      CmpNameCase{0x1005, 20, ERR_OK, "IEC=0x00001005"},
+                      CmpNameCase{0x1005, 8, ERR_BUFFERSIZE, "IEC=0x0"}, CmpNameCase{0x2000, 10, ERR_FAILED, nullptr},
+                      CmpNameCase{CMPID_CmpMemPool, 12, ERR_OK, "CmpMemPool"}));
 
 // Every record operation refuses the all-ones record and null arguments with 2.
 TEST_F(TableTest, BadRecordsAndNames) {
@@ -220,10 +219,10 @@ TEST_F(TableTest, LoadInitExitUnloadAtRunTime) {
     R().Reset();
     RTS_UI32 ulCurrent = CMGetCurrentHook();
     EXPECT_EQ(ERR_OK, CMInitComponent(p));
-    EXPECT_THAT(R().Trace(), ElementsAre("TestCmpC:hook 2", "TestCmpC:hook 3", "TestCmpC:hook 7", "TestCmpC:hook 4",
-                                         "TestCmpC:hook 500", "TestCmpC:hook 5", "TestCmpC:hook 6",
-                                         "TestCmpC:hook 1000", "TestCmpA:hook 23(SysTarget)",
-                                         "TestCmpC:hook 23(SysTarget)"));
+    EXPECT_THAT(R().Trace(),
+                ElementsAre("TestCmpC:hook 2", "TestCmpC:hook 3", "TestCmpC:hook 7", "TestCmpC:hook 4",
+                            "TestCmpC:hook 500", "TestCmpC:hook 5", "TestCmpC:hook 6", "TestCmpC:hook 1000",
+                            "TestCmpA:hook 23(SysTarget)", "TestCmpC:hook 23(SysTarget)"));
     EXPECT_EQ(CM_STATE_RUNNING, p->usState);
     EXPECT_EQ(ulCurrent, CMGetCurrentHook());
     EXPECT_EQ(1u, F().LogWithInfo(49).size());
@@ -255,7 +254,7 @@ TEST_F(TableTest, ExitHookAnswers) {
     ASSERT_EQ(ERR_OK, CMInitComponent(p));
     EXPECT_EQ(5u, CMExitComponent(p)); // the first nonzero answer before 14 wins
     ASSERT_EQ(ERR_OK, CMInitComponent(p));
-    c.answers[0].nTimes = 0; // hook 2200 answers 0 from now on
+    c.answers[0].nTimes = 0;           // hook 2200 answers 0 from now on
     EXPECT_EQ(9u, CMExitComponent(p)); // with all before 14 at 0, the answer to 14
 }
 

@@ -46,7 +46,9 @@ void CopyError(char *pszError, std::size_t nErrorSize, const char *pszText) {
 
 } // namespace
 
-const char *const *ModuleSuffixes() { return s_suffixes; }
+const char *const *ModuleSuffixes() {
+    return s_suffixes;
+}
 
 RTS_RESULT LoadModule(const char *pszFileName, RTS_HANDLE *phModule, char *pszError, std::size_t nErrorSize) {
     *phModule = RTS_INVALID_HANDLE;

@@ -59,11 +59,15 @@ void FormatError(DWORD dwError, char *pszError, std::size_t nErrorSize) {
                   n > 0 ? szText : "unknown loader error");
 }
 
-bool IsPath(const char *pszName) { return std::strchr(pszName, '\\') != nullptr || std::strchr(pszName, '/') != nullptr; }
+bool IsPath(const char *pszName) {
+    return std::strchr(pszName, '\\') != nullptr || std::strchr(pszName, '/') != nullptr;
+}
 
 } // namespace
 
-const char *const *ModuleSuffixes() { return s_suffixes; }
+const char *const *ModuleSuffixes() {
+    return s_suffixes;
+}
 
 RTS_RESULT LoadModule(const char *pszFileName, RTS_HANDLE *phModule, char *pszError, std::size_t nErrorSize) {
     *phModule = RTS_INVALID_HANDLE;
@@ -112,6 +116,8 @@ RTS_RESULT UnloadModule(RTS_HANDLE hModule) {
     return FreeLibrary(reinterpret_cast<HMODULE>(hModule)) ? ERR_OK : ERR_FAILED;
 }
 
-RTS_UI32 GetMs() { return static_cast<RTS_UI32>(GetTickCount64()); }
+RTS_UI32 GetMs() {
+    return static_cast<RTS_UI32>(GetTickCount64());
+}
 
 } // namespace kestrel::cm::os

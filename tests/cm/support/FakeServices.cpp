@@ -108,7 +108,9 @@ RTS_HANDLE FakeSemCreate(RTS_RESULT *pResult) {
     return pSem;
 }
 
-bool IsSem(RTS_HANDLE h) { return h != nullptr && h != RTS_INVALID_HANDLE; }
+bool IsSem(RTS_HANDLE h) {
+    return h != nullptr && h != RTS_INVALID_HANDLE;
+}
 
 RTS_RESULT FakeSemDelete(RTS_HANDLE h) {
     if (!IsSem(h))
@@ -199,24 +201,24 @@ RTS_HANDLE FakeTaskCreate(const char *, PF_TASK_FUNCTION, void *, RTS_UI32, RTS_
     return RTS_INVALID_HANDLE;
 }
 
-#define FAKE_ROW(fn, name) {reinterpret_cast<RTS_VOID_FCTPTR>(&fn), name, 0, 0}
+#define FAKE_ROW(fn, name)                                                                                             \
+    { reinterpret_cast<RTS_VOID_FCTPTR>(&fn), name, 0, 0 }
 
 const ExportEntry s_logExports[] = {FAKE_ROW(FakeLogAdd, "LogAdd"), FAKE_ROW(FakeLogAddArg, "LogAddArg"),
                                     RTS_EXPORT_END};
 
 const ExportEntry s_settingsExports[] = {
     FAKE_ROW(FakeSetDatabaseName, "SettgSetDatabaseName"), FAKE_ROW(FakeSetOptions, "SettgSetOptions"),
-    FAKE_ROW(FakeGetIntValue, "SettgGetIntValue"), FAKE_ROW(FakeGetStringValue, "SettgGetStringValue"),
-    RTS_EXPORT_END};
+    FAKE_ROW(FakeGetIntValue, "SettgGetIntValue"), FAKE_ROW(FakeGetStringValue, "SettgGetStringValue"), RTS_EXPORT_END};
 
 const ExportEntry s_serviceExports[] = {
-    FAKE_ROW(FakeGetMs, "SysTimeGetMs"),        FAKE_ROW(FakeSemCreate, "SysSemCreate"),
-    FAKE_ROW(FakeSemDelete, "SysSemDelete"),    FAKE_ROW(FakeSemEnter, "SysSemEnter"),
-    FAKE_ROW(FakeSemLeave, "SysSemLeave"),      FAKE_ROW(FakeAlloc, "SysMemAllocData"),
-    FAKE_ROW(FakeFree, "SysMemFreeData"),       FAKE_ROW(FakeEventCreate, "EventCreate"),
-    FAKE_ROW(FakeEventDelete, "EventDelete"),   FAKE_ROW(FakeEventPost2, "EventPost2"),
-    FAKE_ROW(FakeOutVPrintf, "SysOutVPrintf"),  FAKE_ROW(FakeTaskCreate, "SysTaskCreate"),
-    FAKE_ROW(TestHostGet, "TestHostGet"),       RTS_EXPORT_END};
+    FAKE_ROW(FakeGetMs, "SysTimeGetMs"),       FAKE_ROW(FakeSemCreate, "SysSemCreate"),
+    FAKE_ROW(FakeSemDelete, "SysSemDelete"),   FAKE_ROW(FakeSemEnter, "SysSemEnter"),
+    FAKE_ROW(FakeSemLeave, "SysSemLeave"),     FAKE_ROW(FakeAlloc, "SysMemAllocData"),
+    FAKE_ROW(FakeFree, "SysMemFreeData"),      FAKE_ROW(FakeEventCreate, "EventCreate"),
+    FAKE_ROW(FakeEventDelete, "EventDelete"),  FAKE_ROW(FakeEventPost2, "EventPost2"),
+    FAKE_ROW(FakeOutVPrintf, "SysOutVPrintf"), FAKE_ROW(FakeTaskCreate, "SysTaskCreate"),
+    FAKE_ROW(TestHostGet, "TestHostGet"),      RTS_EXPORT_END};
 
 #undef FAKE_ROW
 
@@ -228,14 +230,24 @@ RTS_RESULT RegisterRows(const ExportEntry *pRows) {
     return ERR_OK;
 }
 
-RTS_RESULT LogExports() { return RegisterRows(s_logExports); }
-RTS_RESULT SettingsExports() { return RegisterRows(s_settingsExports); }
-RTS_RESULT ServiceExports() { return RegisterRows(s_serviceExports); }
+RTS_RESULT LogExports() {
+    return RegisterRows(s_logExports);
+}
+RTS_RESULT SettingsExports() {
+    return RegisterRows(s_settingsExports);
+}
+RTS_RESULT ServiceExports() {
+    return RegisterRows(s_serviceExports);
+}
 
-RTS_UI32 FakeVersion() { return RTS_SYSTEM_VERSION; }
+RTS_UI32 FakeVersion() {
+    return RTS_SYSTEM_VERSION;
+}
 
 // The services take every hook without comment.
-RTS_RESULT FakeHook(RTS_UI32, RTS_UINTPTR, RTS_UINTPTR) { return ERR_OK; }
+RTS_RESULT FakeHook(RTS_UI32, RTS_UINTPTR, RTS_UINTPTR) {
+    return ERR_OK;
+}
 
 RTS_RESULT Enter(ComponentInitStruct *p, CMPID cmpId, PF_EXPORT_FUNCTIONS pfExports) {
     s_pfRegister2 = p->pfCMRegisterAPI2;
@@ -248,7 +260,9 @@ RTS_RESULT Enter(ComponentInitStruct *p, CMPID cmpId, PF_EXPORT_FUNCTIONS pfExpo
 
 } // namespace
 
-Fakes &F() { return s_fakes; }
+Fakes &F() {
+    return s_fakes;
+}
 
 void ResetFakes() {
     for (FakeEvent *pEvent : s_fakes.events)
@@ -269,7 +283,9 @@ std::vector<LogLine> Fakes::LogWithInfo(RTS_UI32 ulInfoId) const {
     return lines;
 }
 
-bool Fakes::Logged(const std::string &text) const { return CountLogged(text) > 0; }
+bool Fakes::Logged(const std::string &text) const {
+    return CountLogged(text) > 0;
+}
 
 int Fakes::CountLogged(const std::string &text) const {
     int n = 0;
@@ -283,8 +299,12 @@ int Fakes::CountLogged(const std::string &text) const {
 
 using namespace kestrel::cmtest;
 
-extern "C" RTS_RESULT FakeLogEntry(ComponentInitStruct *p) { return Enter(p, CMPID_CmpLog, &LogExports); }
+extern "C" RTS_RESULT FakeLogEntry(ComponentInitStruct *p) {
+    return Enter(p, CMPID_CmpLog, &LogExports);
+}
 extern "C" RTS_RESULT FakeSettingsEntry(ComponentInitStruct *p) {
     return Enter(p, CMPID_CmpSettings, &SettingsExports);
 }
-extern "C" RTS_RESULT FakeServicesEntry(ComponentInitStruct *p) { return Enter(p, CMPID_SysMem, &ServiceExports); }
+extern "C" RTS_RESULT FakeServicesEntry(ComponentInitStruct *p) {
+    return Enter(p, CMPID_SysMem, &ServiceExports);
+}

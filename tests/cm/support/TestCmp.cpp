@@ -20,9 +20,9 @@ extern "C" void KestrelFunctionThatDoesNotExist(void);
 
 namespace {
 
-ComponentInitStruct s_cm;        // the CM functions handed to the entry
-const TestHostItf *s_host;       // the test program's recorder
-TestCmpBehaviour s_default;      // without a recorder: CmpId 0, no extra rows
+ComponentInitStruct s_cm;   // the CM functions handed to the entry
+const TestHostItf *s_host;  // the test program's recorder
+TestCmpBehaviour s_default; // without a recorder: CmpId 0, no extra rows
 
 const TestHostItf *Host() {
 #ifdef TESTCMP_LINKED
@@ -50,9 +50,15 @@ void Record(const char *pszKind, RTS_UI32 ulHook = 0, RTS_UINTPTR ulParam1 = 0, 
 }
 
 // The exported functions answer with the component's name and their number.
-const char *Function0() { return TESTCMP_NAME "#0"; }
-const char *Function1() { return TESTCMP_NAME "#1"; }
-const char *Function2() { return TESTCMP_NAME "#2"; }
+const char *Function0() {
+    return TESTCMP_NAME "#0";
+}
+const char *Function1() {
+    return TESTCMP_NAME "#1";
+}
+const char *Function2() {
+    return TESTCMP_NAME "#2";
+}
 const RTS_VOID_FCTPTR s_functions[3] = {reinterpret_cast<RTS_VOID_FCTPTR>(&Function0),
                                         reinterpret_cast<RTS_VOID_FCTPTR>(&Function1),
                                         reinterpret_cast<RTS_VOID_FCTPTR>(&Function2)};
@@ -93,7 +99,9 @@ RTS_RESULT ImportFunctions() {
     return b->importResult != ERR_OK ? b->importResult : firstRequired;
 }
 
-RTS_UI32 GetVersion() { return Behaviour(Host())->ulVersion; }
+RTS_UI32 GetVersion() {
+    return Behaviour(Host())->ulVersion;
+}
 
 RTS_RESULT HookFunction(RTS_UI32 ulHook, RTS_UINTPTR ulParam1, RTS_UINTPTR ulParam2) {
     Record("hook", ulHook, ulParam1, ulParam2);

@@ -29,10 +29,12 @@ void HostRecord(const char *pszComponent, const char *pszKind, RTS_UI32 ulHook, 
                               Describe(pszComponent, pszKind, ulHook, ulParam1)});
 }
 
-TestCmpBehaviour *HostBehaviour(const char *pszComponent) { return &s_recorder.Behaviour(pszComponent); }
+TestCmpBehaviour *HostBehaviour(const char *pszComponent) {
+    return &s_recorder.Behaviour(pszComponent);
+}
 
-void HostImported(const char *pszComponent, const char *pszName, RTS_RESULT result, RTS_VOID_FCTPTR pfSlot,
-                  RTS_UI32, RTS_UI32) {
+void HostImported(const char *pszComponent, const char *pszName, RTS_RESULT result, RTS_VOID_FCTPTR pfSlot, RTS_UI32,
+                  RTS_UI32) {
     s_recorder.imports.push_back(ImportReport{pszComponent, pszName, result, pfSlot});
 }
 
@@ -44,7 +46,9 @@ void CopyName(char *pszDest, const char *pszSrc) {
 
 } // namespace
 
-Recorder &R() { return s_recorder; }
+Recorder &R() {
+    return s_recorder;
+}
 
 void Recorder::Reset() {
     events_.clear();
@@ -98,8 +102,8 @@ TestCmpBehaviour &Recorder::Behaviour(const std::string &component) {
     return it->second;
 }
 
-void AddExport(TestCmpBehaviour &b, const char *pszName, RTS_UI32 ulFunction, RTS_UI32 bExternal,
-               RTS_UI32 ulSignature, RTS_UI32 ulVersion) {
+void AddExport(TestCmpBehaviour &b, const char *pszName, RTS_UI32 ulFunction, RTS_UI32 bExternal, RTS_UI32 ulSignature,
+               RTS_UI32 ulVersion) {
     TestExportRow &row = b.exports[b.nExports++];
     CopyName(row.szName, pszName);
     row.ulFunction = ulFunction;
@@ -108,8 +112,7 @@ void AddExport(TestCmpBehaviour &b, const char *pszName, RTS_UI32 ulFunction, RT
     row.ulVersion = ulVersion;
 }
 
-void AddImport(TestCmpBehaviour &b, const char *pszName, RTS_UI32 ulOptions, RTS_UI32 ulSignature,
-               RTS_UI32 ulVersion) {
+void AddImport(TestCmpBehaviour &b, const char *pszName, RTS_UI32 ulOptions, RTS_UI32 ulSignature, RTS_UI32 ulVersion) {
     TestImportRow &row = b.imports[b.nImports++];
     CopyName(row.szName, pszName);
     row.ulOptions = ulOptions;
@@ -129,4 +132,6 @@ std::string CallTestFunction(RTS_VOID_FCTPTR pf) {
 
 } // namespace kestrel::cmtest
 
-extern "C" const TestHostItf *TestHostGet(void) { return &kestrel::cmtest::s_host; }
+extern "C" const TestHostItf *TestHostGet(void) {
+    return &kestrel::cmtest::s_host;
+}

@@ -43,17 +43,17 @@ typedef struct TestHookAnswer_ {
 typedef struct TestCmpBehaviour_ {
     CMPID cmpId;
     RTS_UI32 ulVersion;
-    RTS_UI32 bNoGetVersion;     /* leave the get-version callback empty */
-    RTS_UI32 bNoHook;           /* leave the hook callback empty */
-    RTS_UI32 bNoExport;         /* leave the export callback empty */
-    RTS_UI32 bNoInstances;      /* leave the create/delete-instance callbacks empty */
-    RTS_RESULT entryResult;     /* answer of the entry function */
-    RTS_RESULT exportResult;    /* answer of the export callback */
-    RTS_RESULT importResult;    /* nonzero: the import callback answers this */
-    RTS_UI32 bSetStopWord;      /* hook 2: set the stop-start-up word */
-    CLASSID classId;            /* nonzero: register this class in the entry function */
-    RTS_RESULT deleteResult;    /* answer of the delete-instance callback */
-    RTS_UI32 nExports;          /* 0: the one default row "<name>Fn" */
+    RTS_UI32 bNoGetVersion;  /* leave the get-version callback empty */
+    RTS_UI32 bNoHook;        /* leave the hook callback empty */
+    RTS_UI32 bNoExport;      /* leave the export callback empty */
+    RTS_UI32 bNoInstances;   /* leave the create/delete-instance callbacks empty */
+    RTS_RESULT entryResult;  /* answer of the entry function */
+    RTS_RESULT exportResult; /* answer of the export callback */
+    RTS_RESULT importResult; /* nonzero: the import callback answers this */
+    RTS_UI32 bSetStopWord;   /* hook 2: set the stop-start-up word */
+    CLASSID classId;         /* nonzero: register this class in the entry function */
+    RTS_RESULT deleteResult; /* answer of the delete-instance callback */
+    RTS_UI32 nExports;       /* 0: the one default row "<name>Fn" */
     TestExportRow exports[TESTCMP_MAX_ROWS];
     RTS_UI32 nImports;
     TestImportRow imports[TESTCMP_MAX_ROWS];
