@@ -46,8 +46,8 @@ Slots &GetSlots() {
         kestrel::test::FakeCM cm;
         cm.Enter(CmpLogEntry);
         cm.CollectExports();
-        s.pfLogAdd = cm.ExportAs<RTS_RESULT(RTS_HANDLE, CMPID, RTS_UI32, RTS_RESULT, RTS_UI32, const char *, ...)>(
-            "LogAdd");
+        s.pfLogAdd =
+            cm.ExportAs<RTS_RESULT(RTS_HANDLE, CMPID, RTS_UI32, RTS_RESULT, RTS_UI32, const char *, ...)>("LogAdd");
         cm.Enter(SysSemEntry);
         cm.CollectExports();
         s.pfSysSemCreate = cm.ExportAs<RTS_HANDLE(RTS_RESULT *)>("SysSemCreate");
@@ -76,8 +76,8 @@ void BM_Spdlog_NullSink(benchmark::State &state) {
     logger->set_level(spdlog::level::info);
     unsigned id = 0x101;
     for (auto _ : state) {
-        logger->info("{}<cmp>{}</cmp> init, <id>0x{:08x}</id> <ver>{}.{}.{}.{}</ver>", "Dynamic: ", "CmpLog", id, 3,
-                     5, 5, 0);
+        logger->info("{}<cmp>{}</cmp> init, <id>0x{:08x}</id> <ver>{}.{}.{}.{}</ver>", "Dynamic: ", "CmpLog", id, 3, 5,
+                     5, 0);
         ++id;
     }
 }

@@ -16,7 +16,9 @@
 
 namespace {
 
-[[noreturn]] void Fail() { std::abort(); }
+[[noreturn]] void Fail() {
+    std::abort();
+}
 
 void Check(bool ok) {
     if (!ok)

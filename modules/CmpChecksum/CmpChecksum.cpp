@@ -32,35 +32,48 @@ RTS_UI32 ZlibCrc(RTS_UI32 ulCrc, const RTS_UI8 *pData, RTS_SIZE ulSize) {
 }
 
 const ExportEntry s_exports[] = {
-    RTS_EXPORT_ROW(CRC32Init, "CRC32Init", 0, 0),
-    RTS_EXPORT_ROW(CRC32Update, "CRC32Update", 0, 0),
-    RTS_EXPORT_ROW(CRC32Finish, "CRC32Finish", 0, 0),
-    RTS_EXPORT_ROW(CRC32Update2, "CRC32Update2", 0, 0),
-    RTS_EXPORT_ROW(CRC32Finish2, "CRC32Finish2", 0, 0),
-    RTS_EXPORT_END,
+    RTS_EXPORT_ROW(CRC32Init, "CRC32Init", 0, 0),       RTS_EXPORT_ROW(CRC32Update, "CRC32Update", 0, 0),
+    RTS_EXPORT_ROW(CRC32Finish, "CRC32Finish", 0, 0),   RTS_EXPORT_ROW(CRC32Update2, "CRC32Update2", 0, 0),
+    RTS_EXPORT_ROW(CRC32Finish2, "CRC32Finish2", 0, 0), RTS_EXPORT_END,
 };
 
-RTS_RESULT ExportFunctions() { return s_cm.Export(s_exports, CMPID_CmpChecksum); }
-RTS_RESULT ImportFunctions() { return ERR_OK; }
-RTS_UI32 GetVersion() { return RTS_SYSTEM_VERSION; }
-RTS_RESULT HookFunction(RTS_UI32, RTS_UINTPTR, RTS_UINTPTR) { return ERR_OK; }
+RTS_RESULT ExportFunctions() {
+    return s_cm.Export(s_exports, CMPID_CmpChecksum);
+}
+RTS_RESULT ImportFunctions() {
+    return ERR_OK;
+}
+RTS_UI32 GetVersion() {
+    return RTS_SYSTEM_VERSION;
+}
+RTS_RESULT HookFunction(RTS_UI32, RTS_UINTPTR, RTS_UINTPTR) {
+    return ERR_OK;
+}
 
 } // namespace
 
 extern "C" {
 
-RTS_UI32 CRC32Init(void) { return 0; }
+RTS_UI32 CRC32Init(void) {
+    return 0;
+}
 
-RTS_UI32 CRC32Update(RTS_UI32 ulCrc, const RTS_UI8 *pData, RTS_SIZE ulSize) { return ZlibCrc(ulCrc, pData, ulSize); }
+RTS_UI32 CRC32Update(RTS_UI32 ulCrc, const RTS_UI8 *pData, RTS_SIZE ulSize) {
+    return ZlibCrc(ulCrc, pData, ulSize);
+}
 
-RTS_UI32 CRC32Finish(RTS_UI32 ulCrc) { return ulCrc; }
+RTS_UI32 CRC32Finish(RTS_UI32 ulCrc) {
+    return ulCrc;
+}
 
 // zlib inverts on the way in and out; inverting around it leaves the raw register.
 RTS_UI32 CRC32Update2(RTS_UI32 ulCrc, const RTS_UI8 *pData, RTS_SIZE ulSize) {
     return ~ZlibCrc(~ulCrc, pData, ulSize);
 }
 
-RTS_UI32 CRC32Finish2(RTS_UI32 ulCrc) { return ulCrc; }
+RTS_UI32 CRC32Finish2(RTS_UI32 ulCrc) {
+    return ulCrc;
+}
 
 RTS_RESULT CmpChecksumEntry(ComponentInitStruct *pInit) {
     if (pInit == nullptr)

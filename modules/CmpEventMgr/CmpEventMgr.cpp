@@ -33,8 +33,8 @@ struct Event {
     RTS_UI32 magic;
     EVENTID eventId;
     CMPID cmpId;
-    RTS_I32 references;             // creates and opens not yet deleted or closed
-    bool bFromSysMem;               // which allocator gave the record back
+    RTS_I32 references;              // creates and opens not yet deleted or closed
+    bool bFromSysMem;                // which allocator gave the record back
     std::vector<Callback> callbacks; // registration order
 };
 
@@ -136,7 +136,9 @@ const ExportEntry s_exports[] = {
     RTS_EXPORT_END,
 };
 
-RTS_RESULT ExportFunctions() { return s_cm.Export(s_exports, CMPID_CmpEventMgr); }
+RTS_RESULT ExportFunctions() {
+    return s_cm.Export(s_exports, CMPID_CmpEventMgr);
+}
 
 RTS_RESULT ImportFunctions() {
     s_cm.Import("SysMemAllocData", s_pfSysMemAllocData);
@@ -145,7 +147,9 @@ RTS_RESULT ImportFunctions() {
     return ERR_OK;
 }
 
-RTS_UI32 GetVersion() { return RTS_SYSTEM_VERSION; }
+RTS_UI32 GetVersion() {
+    return RTS_SYSTEM_VERSION;
+}
 
 RTS_RESULT HookFunction(RTS_UI32 ulHook, RTS_UINTPTR ulParam1, RTS_UINTPTR) {
     if (ulHook == CH_EXIT)
@@ -183,7 +187,9 @@ RTS_HANDLE EventCreate(EVENTID eventId, CMPID cmpIdProvider, RTS_RESULT *pResult
     }
 }
 
-RTS_RESULT EventDelete(RTS_HANDLE hEvent) { return Release(hEvent); }
+RTS_RESULT EventDelete(RTS_HANDLE hEvent) {
+    return Release(hEvent);
+}
 
 RTS_HANDLE EventOpen(EVENTID eventId, CMPID cmpIdProvider, RTS_RESULT *pResult) {
     std::lock_guard<std::recursive_mutex> guard(s_lock);
@@ -197,7 +203,9 @@ RTS_HANDLE EventOpen(EVENTID eventId, CMPID cmpIdProvider, RTS_RESULT *pResult) 
     return e;
 }
 
-RTS_RESULT EventClose(RTS_HANDLE hEvent) { return Release(hEvent); }
+RTS_RESULT EventClose(RTS_HANDLE hEvent) {
+    return Release(hEvent);
+}
 
 RTS_RESULT EventPost(RTS_HANDLE hEvent, EventParam *pEventParam) {
     std::vector<Callback> callbacks;

@@ -75,7 +75,7 @@ LogOptions DefaultOptions(const char *pszName) {
 }
 
 struct State {
-    std::mutex lock;              // guards the list, not the loggers
+    std::mutex lock; // guards the list, not the loggers
     Logger standard{DefaultOptions(kStdLoggerName), &s_services};
     std::vector<Logger *> others; // LogCreate and the settings
 };
@@ -100,7 +100,9 @@ void ConsoleText(const char *pszFormat, ...) {
     va_end(args);
 }
 
-void ConsoleLine(const char *pszLine) { ConsoleText("%s\n", pszLine); }
+void ConsoleLine(const char *pszLine) {
+    ConsoleText("%s\n", pszLine);
+}
 
 void ReleaseBackend(const Backend &backend) {
     if (backend.pBase != nullptr && backend.pBase->Release != nullptr)
@@ -194,8 +196,7 @@ void AttachBackendClass(Logger &logger, CLASSID classId) {
 
 // Options and backends of logger N from the settings; false when logger N
 // is not configured (N > 0 without a name).
-bool ConfigureFromSettings(int n, std::vector<CLASSID> *pBackends, LogOptions *pOptions,
-                           std::string *pPath) {
+bool ConfigureFromSettings(int n, std::vector<CLASSID> *pBackends, LogOptions *pOptions, std::string *pPath) {
     const std::string prefix = "Logger." + std::to_string(n) + ".";
     std::string name;
     bool named = ReadString(prefix + "Name", &name) && !name.empty();
@@ -289,7 +290,9 @@ const ExportEntry s_exports[] = {
     RTS_EXPORT_END,
 };
 
-RTS_RESULT ExportFunctions() { return s_cm.Export(s_exports, CMPID_CmpLog); }
+RTS_RESULT ExportFunctions() {
+    return s_cm.Export(s_exports, CMPID_CmpLog);
+}
 
 RTS_RESULT ImportFunctions() {
     s_bSysOutGone = false;
@@ -299,7 +302,9 @@ RTS_RESULT ImportFunctions() {
     return ERR_OK;
 }
 
-RTS_UI32 GetVersion() { return RTS_SYSTEM_VERSION; }
+RTS_UI32 GetVersion() {
+    return RTS_SYSTEM_VERSION;
+}
 
 RTS_RESULT HookFunction(RTS_UI32 ulHook, RTS_UINTPTR ulParam1, RTS_UINTPTR) {
     try {

@@ -190,14 +190,30 @@ std::size_t FormatText(char *buf, std::size_t size, const char *fmt, va_list arg
         case 'i': {
             std::int64_t v;
             switch (length) {
-            case 1: v = va_arg(args, long); break;
-            case 2: v = va_arg(args, long long); break;
-            case 3: v = static_cast<std::int64_t>(va_arg(args, std::size_t)); break;
-            case 4: v = va_arg(args, std::intmax_t); break;
-            case 5: v = va_arg(args, std::ptrdiff_t); break;
-            case -1: v = static_cast<short>(va_arg(args, int)); break;
-            case -2: v = static_cast<signed char>(va_arg(args, int)); break;
-            default: v = va_arg(args, int); break;
+            case 1:
+                v = va_arg(args, long);
+                break;
+            case 2:
+                v = va_arg(args, long long);
+                break;
+            case 3:
+                v = static_cast<std::int64_t>(va_arg(args, std::size_t));
+                break;
+            case 4:
+                v = va_arg(args, std::intmax_t);
+                break;
+            case 5:
+                v = va_arg(args, std::ptrdiff_t);
+                break;
+            case -1:
+                v = static_cast<short>(va_arg(args, int));
+                break;
+            case -2:
+                v = static_cast<signed char>(va_arg(args, int));
+                break;
+            default:
+                v = va_arg(args, int);
+                break;
             }
             const char *sign = v < 0 ? "-" : spec.plus ? "+" : spec.space ? " " : "";
             std::uint64_t mag = v < 0 ? 0 - static_cast<std::uint64_t>(v) : static_cast<std::uint64_t>(v);
@@ -210,14 +226,30 @@ std::size_t FormatText(char *buf, std::size_t size, const char *fmt, va_list arg
         case 'o': {
             std::uint64_t v;
             switch (length) {
-            case 1: v = va_arg(args, unsigned long); break;
-            case 2: v = va_arg(args, unsigned long long); break;
-            case 3: v = va_arg(args, std::size_t); break;
-            case 4: v = va_arg(args, std::uintmax_t); break;
-            case 5: v = static_cast<std::uint64_t>(va_arg(args, std::ptrdiff_t)); break;
-            case -1: v = static_cast<unsigned short>(va_arg(args, unsigned int)); break;
-            case -2: v = static_cast<unsigned char>(va_arg(args, unsigned int)); break;
-            default: v = va_arg(args, unsigned int); break;
+            case 1:
+                v = va_arg(args, unsigned long);
+                break;
+            case 2:
+                v = va_arg(args, unsigned long long);
+                break;
+            case 3:
+                v = va_arg(args, std::size_t);
+                break;
+            case 4:
+                v = va_arg(args, std::uintmax_t);
+                break;
+            case 5:
+                v = static_cast<std::uint64_t>(va_arg(args, std::ptrdiff_t));
+                break;
+            case -1:
+                v = static_cast<unsigned short>(va_arg(args, unsigned int));
+                break;
+            case -2:
+                v = static_cast<unsigned char>(va_arg(args, unsigned int));
+                break;
+            default:
+                v = va_arg(args, unsigned int);
+                break;
             }
             unsigned base = conv == 'o' ? 8 : conv == 'u' ? 10 : 16;
             const char *prefix = "";
@@ -297,12 +329,24 @@ std::size_t FormatConsoleLine(char *buf, std::size_t size, const LogEntry &entry
         return 0;
     const char *level;
     switch (entry.classId) {
-    case LOG_INFO: level = "INFO "; break;
-    case LOG_WARNING: level = "WARN "; break;
-    case LOG_ERROR: level = "ERROR"; break;
-    case LOG_EXCEPTION: level = "EXCPT"; break;
-    case LOG_DEBUG: level = "DEBUG"; break;
-    default: level = "     "; break;
+    case LOG_INFO:
+        level = "INFO ";
+        break;
+    case LOG_WARNING:
+        level = "WARN ";
+        break;
+    case LOG_ERROR:
+        level = "ERROR";
+        break;
+    case LOG_EXCEPTION:
+        level = "EXCPT";
+        break;
+    case LOG_DEBUG:
+        level = "DEBUG";
+        break;
+    default:
+        level = "     ";
+        break;
     }
     unsigned ms = ulMsOfDay % 86400000u;
     int n = std::snprintf(buf, size, "%02u:%02u:%02u.%03u %s ", ms / 3600000u, ms / 60000u % 60u, ms / 1000u % 60u,

@@ -20,10 +20,10 @@ namespace kestrel::cmplog {
 // A backend attached to a logger: an instance of a backend class and its
 // interface 22.
 struct Backend {
-    CLASSID classId;      // the class the instance was created from
-    IBase *pBase;         // the instance
-    ILogBackend *pItf;    // its log-backend interface
-    RTS_HANDLE hFile;     // what Open returned; WriteEntry may replace it
+    CLASSID classId;   // the class the instance was created from
+    IBase *pBase;      // the instance
+    ILogBackend *pItf; // its log-backend interface
+    RTS_HANDLE hFile;  // what Open returned; WriteEntry may replace it
 };
 
 // What a logger needs from the rest of the component: the console output

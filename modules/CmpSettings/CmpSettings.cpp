@@ -172,14 +172,18 @@ const ExportEntry s_exports[] = {
     RTS_EXPORT_END,
 };
 
-RTS_RESULT ExportFunctions() { return s_cm.Export(s_exports, CMPID_CmpSettings); }
+RTS_RESULT ExportFunctions() {
+    return s_cm.Export(s_exports, CMPID_CmpSettings);
+}
 
 RTS_RESULT ImportFunctions() {
     s_cm.Import("LogAdd", s_pfLogAdd);
     return ERR_OK;
 }
 
-RTS_UI32 GetVersion() { return RTS_SYSTEM_VERSION; }
+RTS_UI32 GetVersion() {
+    return RTS_SYSTEM_VERSION;
+}
 RTS_RESULT HookFunction(RTS_UI32 ulHook, RTS_UINTPTR ulParam1, RTS_UINTPTR) {
     if (ulHook == CH_COMPONENT_EXIT && kestrel::module::IsLeaving(ulParam1, "CmpLog"))
         s_pfLogAdd = nullptr;

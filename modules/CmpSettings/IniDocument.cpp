@@ -6,7 +6,9 @@ namespace kestrel::settings {
 
 namespace {
 
-bool IsBlank(char c) { return c == ' ' || c == '\t'; }
+bool IsBlank(char c) {
+    return c == ' ' || c == '\t';
+}
 
 std::string_view Trim(std::string_view s) {
     while (!s.empty() && IsBlank(s.front()))
@@ -141,8 +143,7 @@ void IniDocument::Parse(std::string_view text, std::vector<IniProblem> *pProblem
         if (line.kind == Kind::Key) {
             auto [it, added] = index_.emplace(IndexKey(line.section, line.key), lines_.size());
             if (!added)
-                problem = "key \"" + line.key + "\" repeated in section \"" + line.section +
-                          "\"; the first one counts";
+                problem = "key \"" + line.key + "\" repeated in section \"" + line.section + "\"; the first one counts";
         }
         if (!problem.empty() && pProblems != nullptr)
             pProblems->push_back(IniProblem{number, problem});
@@ -194,7 +195,11 @@ bool IniDocument::Set(std::string_view section, std::string_view key, std::strin
             insertAt = i + 1;
         }
     }
-    Line line{std::string(key) + "=" + std::string(value), Kind::Key, {}, std::string(key), std::string(value),
+    Line line{std::string(key) + "=" + std::string(value),
+              Kind::Key,
+              {},
+              std::string(key),
+              std::string(value),
               key.size() + 1};
     line.cr = crlf_;
     finalBreak_ = true; // a file that lacked its last line break gets one with the new lines
@@ -204,8 +209,7 @@ bool IniDocument::Set(std::string_view section, std::string_view key, std::strin
     } else {
         if (!lines_.empty() && lines_.back().kind != Kind::Blank)
             lines_.push_back(Line{"", Kind::Blank, {}, {}, {}, 0, crlf_});
-        lines_.push_back(
-            Line{"[" + std::string(section) + "]", Kind::Section, std::string(section), {}, {}, 0, crlf_});
+        lines_.push_back(Line{"[" + std::string(section) + "]", Kind::Section, std::string(section), {}, {}, 0, crlf_});
         line.section = std::string(section);
         lines_.push_back(std::move(line));
     }

@@ -44,10 +44,10 @@ struct alignas(alignof(std::max_align_t)) BlockHeader {
 
 struct State {
     std::mutex lock;
-    std::deque<Account> accounts;    // in order of first allocation; stable addresses, never shrinks
-    RTS_UI32 failAt = 0;             // fault injection: fail the allocation with this count
-    RTS_UI32 counted = 0;            // allocations counted towards failAt
-    std::string failComponent;       // only count this component's allocations when set
+    std::deque<Account> accounts; // in order of first allocation; stable addresses, never shrinks
+    RTS_UI32 failAt = 0;          // fault injection: fail the allocation with this count
+    RTS_UI32 counted = 0;         // allocations counted towards failAt
+    std::string failComponent;    // only count this component's allocations when set
 };
 
 kestrel::module::CmLink s_cm;
@@ -123,7 +123,9 @@ const ExportEntry s_exports[] = {
     RTS_EXPORT_END,
 };
 
-RTS_RESULT ExportFunctions() { return s_cm.Export(s_exports, CMPID_SysMem); }
+RTS_RESULT ExportFunctions() {
+    return s_cm.Export(s_exports, CMPID_SysMem);
+}
 
 RTS_RESULT ImportFunctions() {
     s_cm.Import("LogAdd", s_pfLogAdd);
@@ -132,7 +134,9 @@ RTS_RESULT ImportFunctions() {
     return ERR_OK;
 }
 
-RTS_UI32 GetVersion() { return RTS_SYSTEM_VERSION; }
+RTS_UI32 GetVersion() {
+    return RTS_SYSTEM_VERSION;
+}
 
 RTS_RESULT HookFunction(RTS_UI32 ulHook, RTS_UINTPTR ulParam1, RTS_UINTPTR) {
     switch (ulHook) {
@@ -178,7 +182,8 @@ void *SysMemAllocData(const char *pszComponentName, RTS_SIZE ulSize, RTS_RESULT 
     {
         std::lock_guard<std::mutex> guard(st.lock);
         pAccount = FindAccount(st, pszComponentName);
-        if (st.failAt != 0 && (st.failComponent.empty() || (pAccount != nullptr && st.failComponent == pAccount->name))) {
+        if (st.failAt != 0 &&
+            (st.failComponent.empty() || (pAccount != nullptr && st.failComponent == pAccount->name))) {
             if (++st.counted == st.failAt)
                 bInjected = true;
         }

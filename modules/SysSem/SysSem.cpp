@@ -20,10 +20,10 @@ constexpr RTS_UI32 kMagic = 0x53656D31u; // "Sem1": tells a live lock from a sta
 
 struct Semaphore {
     RTS_UI32 magic = kMagic;
-    std::atomic<RTS_I32> contenders{0};    // threads holding (1) or waiting for the lock
-    std::atomic<std::uintptr_t> owner{0};  // thread that holds it, 0 when free
-    RTS_UI32 depth = 0;                    // nesting of the owner; touched only by the owner
-    OsSemaphore *pOs = nullptr;            // where waiters block
+    std::atomic<RTS_I32> contenders{0};   // threads holding (1) or waiting for the lock
+    std::atomic<std::uintptr_t> owner{0}; // thread that holds it, 0 when free
+    RTS_UI32 depth = 0;                   // nesting of the owner; touched only by the owner
+    OsSemaphore *pOs = nullptr;           // where waiters block
 };
 
 kestrel::module::CmLink s_cm;
@@ -43,10 +43,18 @@ const ExportEntry s_exports[] = {
     RTS_EXPORT_END,
 };
 
-RTS_RESULT ExportFunctions() { return s_cm.Export(s_exports, CMPID_SysSem); }
-RTS_RESULT ImportFunctions() { return ERR_OK; }
-RTS_UI32 GetVersion() { return RTS_SYSTEM_VERSION; }
-RTS_RESULT HookFunction(RTS_UI32, RTS_UINTPTR, RTS_UINTPTR) { return ERR_OK; }
+RTS_RESULT ExportFunctions() {
+    return s_cm.Export(s_exports, CMPID_SysSem);
+}
+RTS_RESULT ImportFunctions() {
+    return ERR_OK;
+}
+RTS_UI32 GetVersion() {
+    return RTS_SYSTEM_VERSION;
+}
+RTS_RESULT HookFunction(RTS_UI32, RTS_UINTPTR, RTS_UINTPTR) {
+    return ERR_OK;
+}
 
 } // namespace
 

@@ -24,10 +24,18 @@ const ExportEntry s_exports[] = {
     RTS_EXPORT_END,
 };
 
-RTS_RESULT ExportFunctions() { return s_cm.Export(s_exports, CMPID_SysTime); }
-RTS_RESULT ImportFunctions() { return ERR_OK; }
-RTS_UI32 GetVersion() { return RTS_SYSTEM_VERSION; }
-RTS_RESULT HookFunction(RTS_UI32, RTS_UINTPTR, RTS_UINTPTR) { return ERR_OK; }
+RTS_RESULT ExportFunctions() {
+    return s_cm.Export(s_exports, CMPID_SysTime);
+}
+RTS_RESULT ImportFunctions() {
+    return ERR_OK;
+}
+RTS_UI32 GetVersion() {
+    return RTS_SYSTEM_VERSION;
+}
+RTS_RESULT HookFunction(RTS_UI32, RTS_UINTPTR, RTS_UINTPTR) {
+    return ERR_OK;
+}
 
 } // namespace
 

@@ -30,7 +30,9 @@ void CivilFromDays(std::int64_t z, RTS_UI16 *pYear, RTS_UI16 *pMonth, RTS_UI16 *
     *pDay = static_cast<RTS_UI16>(d);
 }
 
-bool IsLeap(unsigned year) { return (year % 4 == 0 && year % 100 != 0) || year % 400 == 0; }
+bool IsLeap(unsigned year) {
+    return (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
+}
 
 RTS_UI16 DayOfYear(unsigned year, unsigned month, unsigned day) {
     static const unsigned kBefore[12] = {0, 31, 59, 90, 120, 151, 181, 212, 243, 273, 304, 334};
@@ -60,10 +62,18 @@ const ExportEntry s_exports[] = {
     RTS_EXPORT_END,
 };
 
-RTS_RESULT ExportFunctions() { return s_cm.Export(s_exports, CMPID_SysTimeRtc); }
-RTS_RESULT ImportFunctions() { return ERR_OK; }
-RTS_UI32 GetVersion() { return RTS_SYSTEM_VERSION; }
-RTS_RESULT HookFunction(RTS_UI32, RTS_UINTPTR, RTS_UINTPTR) { return ERR_OK; }
+RTS_RESULT ExportFunctions() {
+    return s_cm.Export(s_exports, CMPID_SysTimeRtc);
+}
+RTS_RESULT ImportFunctions() {
+    return ERR_OK;
+}
+RTS_UI32 GetVersion() {
+    return RTS_SYSTEM_VERSION;
+}
+RTS_RESULT HookFunction(RTS_UI32, RTS_UINTPTR, RTS_UINTPTR) {
+    return ERR_OK;
+}
 
 } // namespace
 

@@ -33,7 +33,9 @@ std::vector<std::string> Inputs() {
     return {"", "a", "123456789", std::string(1, '\0'), std::string(300, '\xFF'), block};
 }
 
-const RTS_UI8 *Bytes(const std::string &s) { return reinterpret_cast<const RTS_UI8 *>(s.data()); }
+const RTS_UI8 *Bytes(const std::string &s) {
+    return reinterpret_cast<const RTS_UI8 *>(s.data());
+}
 
 TEST(CmpChecksum, StandardCrcMatchesZlibAndTheReference) {
     FakeCM cm;
@@ -79,9 +81,13 @@ void CallbackA(EventParam *p) {
     g_calls.push_back("A:" + std::to_string(p->ulParamId) + ":" +
                       std::string(static_cast<const char *>(p->pUserParameter)));
 }
-void CallbackB(EventParam *p) { g_calls.push_back("B:" + std::to_string(p->EventId)); }
+void CallbackB(EventParam *p) {
+    g_calls.push_back("B:" + std::to_string(p->EventId));
+}
 RTS_HANDLE g_late = nullptr;
-void CallbackLate(EventParam *) { g_calls.push_back("late"); }
+void CallbackLate(EventParam *) {
+    g_calls.push_back("late");
+}
 void CallbackRegistersAnother(EventParam *) {
     g_calls.push_back("registering");
     EventRegisterCallbackFunction(g_late, CallbackLate, nullptr);

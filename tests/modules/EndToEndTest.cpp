@@ -23,9 +23,8 @@ using kestrel::test::TempDir;
 
 namespace {
 
-const char *const kModules[] = {"SysTimeRtc", "SysTime",     "SysSem",      "SysOut",     "SysMem",
-                                "SysInt",     "SysExcept",   "SysCpuHandling", "CmpSettings", "CmpLog",
-                                "CmpEventMgr", "CmpChecksum"};
+const char *const kModules[] = {"SysTimeRtc", "SysTime",        "SysSem",      "SysOut", "SysMem",      "SysInt",
+                                "SysExcept",  "SysCpuHandling", "CmpSettings", "CmpLog", "CmpEventMgr", "CmpChecksum"};
 
 // The whole standard log as the logger's ring holds it.
 std::vector<LogEntry> ReadLog() {
@@ -102,7 +101,8 @@ TEST(EndToEnd, StandardListStartsRunsAndStopsWithoutLeaks) {
 // the log says clearly what was wrong.
 TEST(EndToEnd, BadConfigurationFilesGiveClearLinesAndDefaults) {
     TempDir dir;
-    static const char kBinary[] = "\x7F" "ELF\x02\x01\x00\x00garbage\n[CmpLog]\nLogger.0.MaxEntries=4000\n"
+    static const char kBinary[] = "\x7F"
+                                  "ELF\x02\x01\x00\x00garbage\n[CmpLog]\nLogger.0.MaxEntries=4000\n"
                                   "[ComponentManager\nkey without value\n";
     const std::string binary(kBinary, sizeof(kBinary) - 1); // with its NUL bytes
     struct Row {

@@ -75,8 +75,9 @@ TEST(IniDocument, RemovesEveryCopyOfARepeatedKey) {
 
 TEST(IniDocument, FuzzTargetOverGeneratedInputs) {
     // Fragments of real and broken configuration text, combined at random.
-    const char *fragments[] = {"[", "]", "[Sec]", "[sec]", "key", "=", "value", ";", "#", "\n", "\r\n", "\r",
-                               " ",  "\t", "\xEF\xBB\xBF", "\x00", "\xFF", "[A]\nk=v\n", "=x", "Component.0=Cmp"};
+    const char *fragments[] = {
+        "[",    "]",  "[Sec]", "[sec]", "key",          "=",    "value", ";",          "#",  "\n",
+        "\r\n", "\r", " ",     "\t",    "\xEF\xBB\xBF", "\x00", "\xFF",  "[A]\nk=v\n", "=x", "Component.0=Cmp"};
     std::uint32_t state = 2463534242u;
     auto next = [&state] {
         state ^= state << 13;

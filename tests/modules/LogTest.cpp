@@ -15,11 +15,10 @@ namespace {
 
 TEST_F(LogTest, StandardLoggerKeepsEveryField) {
     Configure("Logger.0.Backend.0.ClassId=0\n");
-    auto before = std::chrono::duration_cast<std::chrono::milliseconds>(
-                      std::chrono::system_clock::now().time_since_epoch())
-                      .count();
-    ASSERT_EQ(LogAdd(LOG_STD_LOGGER, 0x1234, LOG_WARNING, 17, 99, "value %d of <cmp>%s</cmp>", 5, "Fields"),
-              ERR_OK);
+    auto before =
+        std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::system_clock::now().time_since_epoch())
+            .count();
+    ASSERT_EQ(LogAdd(LOG_STD_LOGGER, 0x1234, LOG_WARNING, 17, 99, "value %d of <cmp>%s</cmp>", 5, "Fields"), ERR_OK);
     std::vector<LogEntry> ring = Ring(LOG_STD_LOGGER);
     ASSERT_FALSE(ring.empty());
     const LogEntry &e = ring.back();

@@ -55,8 +55,12 @@ void *QueryInterface(IBase *pBase, ITFID iid, RTS_RESULT *pResult) {
     return nullptr;
 }
 
-RTS_I32 AddRef(IBase *) { return ++s_backend.references; }
-RTS_I32 Release(IBase *) { return --s_backend.references; }
+RTS_I32 AddRef(IBase *) {
+    return ++s_backend.references;
+}
+RTS_I32 Release(IBase *) {
+    return --s_backend.references;
+}
 
 RTS_HANDLE CreateInstance(CLASSID classId, RTS_RESULT *pResult) {
     if (pResult != nullptr)
@@ -84,7 +88,9 @@ void *NoInterface(IBase *, ITFID, RTS_RESULT *pResult) {
 
 } // namespace
 
-TestBackend &Backend() { return s_backend; }
+TestBackend &Backend() {
+    return s_backend;
+}
 
 void ResetBackend() {
     s_backend = TestBackend{};
@@ -144,7 +150,9 @@ void LogTest::SetUp() {
     EnterModule(cm_, WrappedLogEntry, CMPID_CmpLog);
 }
 
-void LogTest::TearDown() { cm_.Hook(CH_EXIT2); }
+void LogTest::TearDown() {
+    cm_.Hook(CH_EXIT2);
+}
 
 void LogTest::Configure(const std::string &cmpLogSection) {
     std::string path = dir_.Write("log.cfg", "[CmpLog]\n" + cmpLogSection);

@@ -80,8 +80,8 @@ class TempDir {
     TempDir() {
         static int s_counter = 0;
         const ::testing::TestInfo *info = ::testing::UnitTest::GetInstance()->current_test_info();
-        std::string name = std::string("kestrel_") + (info != nullptr ? info->name() : "test") + "_" +
-                           std::to_string(++s_counter);
+        std::string name =
+            std::string("kestrel_") + (info != nullptr ? info->name() : "test") + "_" + std::to_string(++s_counter);
         for (char &c : name) {
             if (c == '/')
                 c = '_';

@@ -99,10 +99,18 @@ TEST_F(SettingsTest, IntegersDecimalHexAndBadValues) {
         RTS_RESULT result;
     };
     const Row rows[] = {
-        {"a", 17, ERR_OK},           {"b", INT32_MIN, ERR_OK},       {"c", 31, ERR_OK},
-        {"d", -1, ERR_OK},           {"e", 5, ERR_OK},               {"big", -7, ERR_PARAMETER},
-        {"hex9", -7, ERR_PARAMETER}, {"word", -7, ERR_PARAMETER},    {"trail", -7, ERR_PARAMETER},
-        {"empty", -7, ERR_PARAMETER}, {"hexonly", -7, ERR_PARAMETER}, {"absent", -7, ERR_NO_OBJECT},
+        {"a", 17, ERR_OK},
+        {"b", INT32_MIN, ERR_OK},
+        {"c", 31, ERR_OK},
+        {"d", -1, ERR_OK},
+        {"e", 5, ERR_OK},
+        {"big", -7, ERR_PARAMETER},
+        {"hex9", -7, ERR_PARAMETER},
+        {"word", -7, ERR_PARAMETER},
+        {"trail", -7, ERR_PARAMETER},
+        {"empty", -7, ERR_PARAMETER},
+        {"hexonly", -7, ERR_PARAMETER},
+        {"absent", -7, ERR_NO_OBJECT},
     };
     for (const Row &row : rows) {
         RTS_RESULT r = ERR_FAILED;
@@ -148,7 +156,8 @@ TEST_F(SettingsTest, StringLengthRule) {
 }
 
 TEST_F(SettingsTest, WideStringsAreUtf16) {
-    Open("[SysTarget]\nNodeNameUnicode=Z\xC3\xBCrich \xE2\x82\xAC \xF0\x9F\x98\x80\nBad=a\xFF" "b\xC3\n");
+    Open("[SysTarget]\nNodeNameUnicode=Z\xC3\xBCrich \xE2\x82\xAC \xF0\x9F\x98\x80\nBad=a\xFF"
+         "b\xC3\n");
     RTS_WCHAR buf[32];
     RTS_I32 len = 32;
     ASSERT_EQ(SettgGetWStringValue("SysTarget", "NodeNameUnicode", buf, &len, nullptr), ERR_OK);
@@ -177,19 +186,19 @@ TEST_F(SettingsTest, EmptyFileGivesDefaults) {
 }
 
 TEST_F(SettingsTest, MalformedLinesAreReportedWithTheirNumbersAndSkipped) {
-    Open("orphan=1\n"             // 1: before any section
-         "[Good]\n"               // 2
-         "a=1\n"                  // 3
-         "just some words\n"      // 4: no '='
-         "=value without key\n"   // 5
-         "[Broken\n"              // 6: no ']'
-         "b=2\n"                  // 7: still in [Good]
-         "[]\n"                   // 8: no name
-         "[Ok] trailing\n"        // 9: text after the header
-         "a=3\n"                  // 10: repeated key, first counts
-         "c=\x01\x02\n"           // 11: control characters
-         "[Unknown Section]\n"    // 12: fine, nobody reads it
-         "whatever=1\n");         // 13
+    Open("orphan=1\n"           // 1: before any section
+         "[Good]\n"             // 2
+         "a=1\n"                // 3
+         "just some words\n"    // 4: no '='
+         "=value without key\n" // 5
+         "[Broken\n"            // 6: no ']'
+         "b=2\n"                // 7: still in [Good]
+         "[]\n"                 // 8: no name
+         "[Ok] trailing\n"      // 9: text after the header
+         "a=3\n"                // 10: repeated key, first counts
+         "c=\x01\x02\n"         // 11: control characters
+         "[Unknown Section]\n"  // 12: fine, nobody reads it
+         "whatever=1\n");       // 13
     struct Row {
         int line;
         const char *what;

@@ -46,8 +46,8 @@ TEST(ModuleExports, EachModuleRegistersExactlyItsFunctions) {
           "EventRegisterCallbackFunction", "EventUnregisterCallbackFunction"}},
         {CmpSettingsEntry,
          CMPID_CmpSettings,
-         {"SettgGetDatabaseName", "SettgGetIntValue", "SettgGetStringValue", "SettgGetWStringValue",
-          "SettgRemoveKey", "SettgSetDatabaseName", "SettgSetIntValue", "SettgSetOptions", "SettgSetStringValue"}},
+         {"SettgGetDatabaseName", "SettgGetIntValue", "SettgGetStringValue", "SettgGetWStringValue", "SettgRemoveKey",
+          "SettgSetDatabaseName", "SettgSetIntValue", "SettgSetOptions", "SettgSetStringValue"}},
         {CmpLogEntry,
          CMPID_CmpLog,
          {"LogAdd", "LogAddArg", "LogCreate", "LogDelete", "LogGetFirstEntry", "LogGetNextEntry",
@@ -92,9 +92,9 @@ TEST(SysTimeRtc, HighResClockFollowsTheSystemClock) {
     EnterModule(cm, SysTimeRtcEntry, CMPID_SysTimeRtc);
     RTS_SYSTIME t = 0;
     ASSERT_EQ(SysTimeRtcHighResGet(&t), ERR_OK);
-    auto now = std::chrono::duration_cast<std::chrono::milliseconds>(
-                   std::chrono::system_clock::now().time_since_epoch())
-                   .count();
+    auto now =
+        std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::system_clock::now().time_since_epoch())
+            .count();
     EXPECT_LT(static_cast<long long>(t) - now, 2000);
     EXPECT_GT(static_cast<long long>(t) - now, -2000);
     EXPECT_EQ(SysTimeRtcHighResGet(nullptr), ERR_PARAMETER);

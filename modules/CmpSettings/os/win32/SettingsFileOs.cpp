@@ -59,9 +59,9 @@ RTS_RESULT OsReadFile(const char *pszPath, std::string *pContents) {
 
 RTS_RESULT OsReplaceFile(const char *pszPath, const std::string &contents, WriteFault fault) {
     std::string temp = std::string(pszPath) + ".tmp";
-    HANDLE h = fault == WriteFault::FailCreate
-                   ? INVALID_HANDLE_VALUE
-                   : CreateFileA(temp.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    HANDLE h = fault == WriteFault::FailCreate ? INVALID_HANDLE_VALUE
+                                               : CreateFileA(temp.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+                                                             FILE_ATTRIBUTE_NORMAL, nullptr);
     if (h == INVALID_HANDLE_VALUE)
         return fault == WriteFault::FailCreate ? ERR_NO_ACCESS_RIGHTS : MapError(GetLastError());
     RTS_RESULT result = ERR_OK;

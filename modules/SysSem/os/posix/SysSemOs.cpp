@@ -37,7 +37,8 @@ bool OsSemaphoreWait(OsSemaphore *pSem) {
     return true;
 }
 
-bool OsSemaphorePost(OsSemaphore *pSem) { return sem_post(&pSem->sem) == 0; }
-
+bool OsSemaphorePost(OsSemaphore *pSem) {
+    return sem_post(&pSem->sem) == 0;
+}
 
 } // namespace kestrel::syssem

@@ -11,15 +11,21 @@ OsSemaphore *OsSemaphoreCreate() {
     return reinterpret_cast<OsSemaphore *>(h);
 }
 
-void OsSemaphoreDelete(OsSemaphore *pSem) { CloseHandle(reinterpret_cast<HANDLE>(pSem)); }
+void OsSemaphoreDelete(OsSemaphore *pSem) {
+    CloseHandle(reinterpret_cast<HANDLE>(pSem));
+}
 
 bool OsSemaphoreWait(OsSemaphore *pSem) {
     return WaitForSingleObject(reinterpret_cast<HANDLE>(pSem), INFINITE) == WAIT_OBJECT_0;
 }
 
-bool OsSemaphorePost(OsSemaphore *pSem) { return ReleaseSemaphore(reinterpret_cast<HANDLE>(pSem), 1, nullptr) != 0; }
+bool OsSemaphorePost(OsSemaphore *pSem) {
+    return ReleaseSemaphore(reinterpret_cast<HANDLE>(pSem), 1, nullptr) != 0;
+}
 
 // Thread ids are never 0 on Windows.
-std::uintptr_t OsCurrentThread() { return static_cast<std::uintptr_t>(GetCurrentThreadId()); }
+std::uintptr_t OsCurrentThread() {
+    return static_cast<std::uintptr_t>(GetCurrentThreadId());
+}
 
 } // namespace kestrel::syssem

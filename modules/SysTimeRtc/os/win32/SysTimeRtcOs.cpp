@@ -22,7 +22,8 @@ bool OsLocalOffset(std::int64_t utcSeconds, std::int64_t *pOffsetSeconds) {
     ULARGE_INTEGER local;
     local.LowPart = ftLocal.dwLowDateTime;
     local.HighPart = ftLocal.dwHighDateTime;
-    *pOffsetSeconds = (static_cast<std::int64_t>(local.QuadPart) - static_cast<std::int64_t>(utc.QuadPart)) / 10000000LL;
+    *pOffsetSeconds =
+        (static_cast<std::int64_t>(local.QuadPart) - static_cast<std::int64_t>(utc.QuadPart)) / 10000000LL;
     return true;
 }
 

@@ -5,6 +5,8 @@
 
 namespace kestrel::test {
 
-bool IsModuleLoaded(const std::string &name) { return GetModuleHandleA((name + ".dll").c_str()) != nullptr; }
+bool IsModuleLoaded(const std::string &name) {
+    return GetModuleHandleA((name + ".dll").c_str()) != nullptr;
+}
 
 } // namespace kestrel::test
