@@ -34,7 +34,8 @@ LIMITS = {"loop_mean_ms": 10.15, "loop_p99_ms": 11.0, "cpu_percent": 1.0, "ready
 def sandbox(bin_dir):
     work = tempfile.mkdtemp(prefix="kestrel-bench-")
     for name in os.listdir(bin_dir):
-        if name.endswith(".so") or name in ("KESTRELControl", "KESTRELControl.cfg"):
+        if (name.endswith(".so") and name.startswith(("Sys", "Cmp"))) or name in ("KESTRELControl",
+                                                                                "KESTRELControl.cfg"):
             shutil.copy2(os.path.join(bin_dir, name), work)
     return work
 

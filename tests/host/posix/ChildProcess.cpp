@@ -41,7 +41,11 @@ Sandbox::Sandbox() {
     std::filesystem::path bin = OwnDirectory();
     for (const auto &entry : std::filesystem::directory_iterator(bin)) {
         const auto &path = entry.path();
-        if (path.extension() == ".so" || path.filename() == "KESTRELControl")
+        // The runtime's modules and the fault components (Sys..., Cmp...),
+        // not the other tests' and benchmarks' modules.
+        std::string name = path.filename().string();
+        bool bModule = path.extension() == ".so" && (name.rfind("Sys", 0) == 0 || name.rfind("Cmp", 0) == 0);
+        if (bModule || name == "KESTRELControl")
             std::filesystem::copy_file(path, dir_ / path.filename());
     }
     WriteConfig("KESTRELControl.cfg");
