@@ -80,8 +80,12 @@ ChildProcess::ChildProcess(const std::filesystem::path &executable, const std::v
     std::string slaveName;
     if (streams == Streams::Terminal) {
         int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-        if (master < 0 || grantpt(master) != 0 || unlockpt(master) != 0)
+        if (master < 0 || grantpt(master) != 0 || unlockpt(master) != 0) {
+            noTerminal_ = true;
+            if (master >= 0)
+                close(master);
             return;
+        }
         slaveName = ptsname(master);
         outputFd_ = master;
         inputFd_ = master;

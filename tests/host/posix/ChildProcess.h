@@ -49,6 +49,8 @@ class ChildProcess {
     ChildProcess &operator=(const ChildProcess &) = delete;
 
     bool Started() const { return pid_ > 0; }
+    // True when a terminal was asked for and the system has no pseudo-terminals.
+    bool NoTerminal() const { return noTerminal_; }
     pid_t Pid() const { return pid_; }
 
     // Waits until the child's output contains text; false after the timeout.
@@ -73,6 +75,7 @@ class ChildProcess {
     std::string output_;
     int status_ = -1;
     bool reaped_ = false;
+    bool noTerminal_ = false;
 };
 
 } // namespace kestrel::test
