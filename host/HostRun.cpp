@@ -55,7 +55,7 @@ void LogException(PfLogAdd pfLogAdd, const char *pszText) {
         pfLogAdd(LOG_STD_LOGGER, CMPID_CM, LOG_EXCEPTION, ERR_OK, 0, pszText);
 }
 
-// Reports that the module location is unknown and stops.
+// Reports why the runtime cannot run, then the final "stopped" status.
 RTS_UI32 FailRun(const char *pszReason) {
     HostLogf("***ERROR***: Unable to run the %s Service: %s", HostGetState().serviceName, pszReason);
     return HostReportStatus(kStateStopped);
