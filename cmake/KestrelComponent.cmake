@@ -5,7 +5,7 @@
 #       SOURCES <portable sources...>
 #       [OS_SOURCES <sources below os/${KESTREL_OS}/...>]
 #       [LIBS <libraries...>]
-#       [NO_STATIC])
+#       [NO_STATIC] [NO_INSTALL])
 #
 # The component's code defines its entry function with C linkage under the
 # name <Name>Entry. The function then builds:
@@ -23,7 +23,8 @@
 #                  (skipped with NO_STATIC or when KESTREL_COMPONENT_STATIC is
 #                  OFF).
 # The module is installed into the install prefix's bin directory, beside the
-# host. On Windows the module links the compiler runtime statically (the root
+# host, unless NO_INSTALL is given or the component is defined below this
+# project's tests/ folder (test components stay in the build tree). On Windows the module links the compiler runtime statically (the root
 # project adds -static), so it needs no DLL besides itself.
 include_guard(GLOBAL)
 
@@ -58,7 +59,7 @@ function(_kestrel_component_headers out)
 endfunction()
 
 function(kestrel_add_component name)
-  cmake_parse_arguments(ARG "NO_STATIC" "" "SOURCES;OS_SOURCES;LIBS" ${ARGN})
+  cmake_parse_arguments(ARG "NO_STATIC;NO_INSTALL" "" "SOURCES;OS_SOURCES;LIBS" ${ARGN})
   if(NOT ARG_SOURCES)
     message(FATAL_ERROR "kestrel_add_component(${name}): SOURCES missing")
   endif()
@@ -101,7 +102,10 @@ RTS_RESULT ComponentEntry(ComponentInitStruct *pInitStruct) { return ${name}Entr
     target_link_options(${name} PRIVATE "LINKER:--version-script=${map}" "LINKER:--no-undefined")
     set_property(TARGET ${name} APPEND PROPERTY LINK_DEPENDS ${map})
   endif()
-  install(TARGETS ${name} LIBRARY DESTINATION bin RUNTIME DESTINATION bin)
+  string(FIND "${CMAKE_CURRENT_SOURCE_DIR}/" "${PROJECT_SOURCE_DIR}/tests/" _in_tests)
+  if(NOT ARG_NO_INSTALL AND NOT _in_tests EQUAL 0)
+    install(TARGETS ${name} LIBRARY DESTINATION bin RUNTIME DESTINATION bin)
+  endif()
 
   if(KESTREL_COMPONENT_STATIC AND NOT ARG_NO_STATIC)
     add_library(${name}_static STATIC)
