@@ -97,6 +97,24 @@ TEST(EndToEnd, StandardListStartsRunsAndStopsWithoutLeaks) {
         EXPECT_FALSE(IsModuleLoaded(name)) << name << " is still loaded";
 }
 
+// The configuration shipped beside the host reads without a complaint.
+TEST(EndToEnd, ShippedConfigurationIsClean) {
+    TempDir dir;
+    std::string shipped = TempDir::Read(KESTREL_SHIPPED_CONFIG);
+    ASSERT_FALSE(shipped.empty());
+    std::string cfg = dir.Write("KESTRELControl.cfg", shipped);
+    kestrel::host::HostRegisterLinkedComponents();
+    RTS_RESULT init = CMInit3(cfg.c_str(), kestrel::host::kHostStandardList, CM_INIT_NO_INIT_END);
+    CMInitEnd();
+    std::vector<LogEntry> log = ReadLog();
+    CMExit();
+    EXPECT_EQ(init, ERR_OK) << Dump(log);
+    for (const char *complaint : {"skipped", "no 32-bit number", "out of range", "is negative", "safe mode",
+                                  "Failed to resolve", "Cannot find configuration"})
+        EXPECT_FALSE(Contains(log, complaint)) << complaint << "\n" << Dump(log);
+    EXPECT_TRUE(Contains(log, "KESTREL Control ready"));
+}
+
 // Bad configuration files: the runtime still starts with its defaults, and
 // the log says clearly what was wrong.
 TEST(EndToEnd, BadConfigurationFilesGiveClearLinesAndDefaults) {
