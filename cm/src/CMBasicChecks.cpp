@@ -72,6 +72,8 @@ const BasicCheckPlatform s_platform = {
 
 constexpr const char *kFunction = "CMBasicChecks";
 
+const BasicCheckPlatform *s_pPlatformInUse = nullptr; // null: this build's
+
 bool CheckTypeSizes(const BasicCheckPlatform &platform) {
     bool bOk = true;
     for (std::size_t i = 0; i < platform.nRows; ++i) {
@@ -151,6 +153,10 @@ const BasicCheckPlatform &ThisPlatform() {
     return s_platform;
 }
 
+void UseBasicCheckPlatform(const BasicCheckPlatform *pPlatform) {
+    s_pPlatformInUse = pPlatform;
+}
+
 RTS_I32 RunBasicChecks(const BasicCheckPlatform &platform) {
     // Every check runs, so that one start-up shows every problem of a build.
     bool bSizes = CheckTypeSizes(platform);
@@ -163,5 +169,6 @@ RTS_I32 RunBasicChecks(const BasicCheckPlatform &platform) {
 } // namespace kestrel::cm
 
 extern "C" RTS_I32 CMBasicChecks(void) {
-    return kestrel::cm::RunBasicChecks(kestrel::cm::ThisPlatform());
+    using namespace kestrel::cm;
+    return RunBasicChecks(s_pPlatformInUse != nullptr ? *s_pPlatformInUse : ThisPlatform());
 }

@@ -29,6 +29,9 @@ struct BasicCheckPlatform {
 // The measurements of this build.
 const BasicCheckPlatform &ThisPlatform();
 
+// Makes CMBasicChecks use other measurements (null: this build's again); for tests of start-up.
+void UseBasicCheckPlatform(const BasicCheckPlatform *pPlatform);
+
 // Runs the four checks; 1 when all pass, else 0. Every check runs and logs its own failure.
 RTS_I32 RunBasicChecks(const BasicCheckPlatform &platform);
 

@@ -127,6 +127,26 @@ TEST_F(BasicChecksTest, EveryCheckRunsAfterAFailure) {
     EXPECT_EQ("<cmp>CMBasicChecks</cmp>: Pack mode check failed", texts[4]);
 }
 
+// Failing checks stop start-up after the system components, before anything else is added.
+TEST_F(BasicChecksTest, FailingChecksStopStartup) {
+    Stop();
+    F().log.clear();
+    R().Reset();
+    BasicCheckPlatform platform = WithTypeSize(59, 1);
+    kestrel::cm::UseBasicCheckPlatform(&platform);
+    RTS_RESULT result = Start({{"TestCmpA", &TestCmpAEntry, 0}, {"TestCmpB", &TestCmpBEntry, 1}});
+    kestrel::cm::UseBasicCheckPlatform(nullptr);
+    EXPECT_EQ(ERR_FAILED, result);
+    EXPECT_THAT(R().Trace(), ElementsAre("TestCmpB:entry", "TestCmpB:import"));
+    EXPECT_EQ(nullptr, Find("TestCmpA"));
+    std::vector<LogLine> lines = F().LogWithInfo(2);
+    ASSERT_EQ(1u, lines.size());
+    EXPECT_EQ("RtsBasicChecks failed. Cannot start the runtime system", lines[0].text);
+    EXPECT_EQ(LOG_ERROR, lines[0].ulClass);
+    EXPECT_EQ(ERR_FAILED, lines[0].errorId);
+    EXPECT_EQ(1u, F().LogWithInfo(59).size());
+}
+
 TEST_F(BasicChecksTest, MeasuredLayout) {
     const BasicCheckPlatform &platform = ThisPlatform();
     EXPECT_THAT(std::vector<RTS_SIZE>(platform.alignment, platform.alignment + 4), ElementsAre(1u, 4u, 8u, 16u));
