@@ -56,10 +56,8 @@ inline void *TakeFreeBlock(Pcb *pcb, RTS_RESULT *pResult) {
     }
     pcb->pFreeList = pHeader->pNext;
     pHeader->pPool = PoolPtr(pcb);
-    void *pPayload = PayloadOf(pHeader);
-    FillPayload(pPayload, 0, BlockSizeOf(pcb));
     SetResult(pResult, ERR_OK);
-    return pPayload;
+    return FillPayload(PayloadOf(pHeader), 0, BlockSizeOf(pcb));
 }
 
 // The free-list part of MemPoolPutBlock. The block stays owned by its pool and is not taken off

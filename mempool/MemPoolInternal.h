@@ -117,8 +117,9 @@ inline MEMPOOL_BLOCK *BlockAt(void *p) {
 // Fills n bytes with one byte value. Payloads of 4 to 64 bytes, the usual sizes, are filled in
 // line with a few overlapping stores, which is much cheaper than a call of memset for every block
 // handed out or returned.
+// Returns pPayload, so that a caller may end with it.
 typedef unsigned char FillVector __attribute__((vector_size(16)));
-inline void FillPayload(void *pPayload, unsigned char value, RTS_SIZE n) {
+inline void *FillPayload(void *pPayload, unsigned char value, RTS_SIZE n) {
     auto *p = static_cast<unsigned char *>(pPayload);
     if (KESTREL_LIKELY(n >= 16 && n <= 64)) {
         const FillVector pattern = value + FillVector{};
@@ -128,17 +129,21 @@ inline void FillPayload(void *pPayload, unsigned char value, RTS_SIZE n) {
             std::memcpy(p + 16, &pattern, 16);
             std::memcpy(p + n - 32, &pattern, 16);
         }
-    } else if (n >= 8 && n < 16) {
+        return p;
+    }
+    if (n >= 8 && n < 16) {
         const RTS_UI64 pattern = 0x0101010101010101ull * value;
         std::memcpy(p, &pattern, 8);
         std::memcpy(p + n - 8, &pattern, 8);
-    } else if (n >= 4 && n < 8) {
+        return p;
+    }
+    if (n >= 4 && n < 8) {
         const RTS_UI32 pattern = 0x01010101u * value;
         std::memcpy(p, &pattern, 4);
         std::memcpy(p + n - 4, &pattern, 4);
-    } else {
-        std::memset(p, value, n);
+        return p;
     }
+    return std::memset(p, value, n);
 }
 
 inline void SetResult(RTS_RESULT *pResult, RTS_RESULT result) {
