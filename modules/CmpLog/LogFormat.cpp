@@ -128,6 +128,35 @@ std::size_t FormatText(char *buf, std::size_t size, const char *fmt, va_list arg
             continue;
         }
         ++f;
+        // The plain conversions most log texts use, without flags or width.
+        if (*f == 's') {
+            const char *str = va_arg(args, const char *);
+            if (str == nullptr)
+                str = "(null)";
+            char *p = out.p;
+            while (*str != '\0' && p < out.end)
+                *p++ = *str++;
+            out.p = p;
+            ++f;
+            continue;
+        }
+        if (*f == 'd' || *f == 'u') {
+            char digits[12];
+            char *end = digits + sizeof(digits);
+            char *d;
+            if (*f == 'd') {
+                int v = va_arg(args, int);
+                auto mag = v < 0 ? 0u - static_cast<unsigned>(v) : static_cast<unsigned>(v);
+                d = Digits(end, mag, 10, "0123456789");
+                if (v < 0)
+                    *--d = '-';
+            } else {
+                d = Digits(end, va_arg(args, unsigned), 10, "0123456789");
+            }
+            out.Put(d, static_cast<std::size_t>(end - d));
+            ++f;
+            continue;
+        }
         Spec spec;
         for (;; ++f) {
             if (*f == '-')
