@@ -52,6 +52,12 @@ RTS_UI32 GetVersion() {
     return RTS_SYSTEM_VERSION;
 }
 
+// The handlers point into this module; whatever way it is unloaded (also
+// without the final hook, for instance after a failed start), they go with it.
+struct UninstallAtUnload {
+    ~UninstallAtUnload() { kestrel::sysexcept::OsUninstall(); }
+} s_uninstallAtUnload;
+
 RTS_RESULT HookFunction(RTS_UI32 ulHook, RTS_UINTPTR ulParam1, RTS_UINTPTR) {
     if (ulHook == CH_COMPONENT_EXIT && kestrel::module::IsLeaving(ulParam1, "CmpLog"))
         s_pfLogAdd = nullptr;
