@@ -7,7 +7,7 @@ set -eu
 if [ "$(id -u)" -eq 0 ]; then SUDO=""; else SUDO="sudo"; fi
 PKGS="build-essential cmake ninja-build googletest libgtest-dev libgmock-dev zlib1g-dev"
 if [ "${1:-}" != "--run-only" ]; then
-  PKGS="$PKGS g++-multilib g++-mingw-w64-x86-64 libz-mingw-w64-dev wine wine64 \
+  PKGS="$PKGS g++-multilib lib32z1-dev g++-mingw-w64-x86-64 libz-mingw-w64-dev wine wine64 \
         libbenchmark-dev libmimalloc-dev libspdlog-dev libsimpleini-dev python3"
 fi
 missing=""
