@@ -28,7 +28,14 @@
 # project adds -static), so it needs no DLL besides itself.
 include_guard(GLOBAL)
 
-option(KESTREL_COMPONENT_STATIC "Also build <Name>_static variants of components for tests" ON)
+# The static variants serve the tests and benchmarks; a build without them
+# (or a third party's build) skips them unless asked.
+if(KESTREL_BUILD_TESTS OR KESTREL_BUILD_BENCH)
+  set(_kestrel_static_default ON)
+else()
+  set(_kestrel_static_default OFF)
+endif()
+option(KESTREL_COMPONENT_STATIC "Also build <Name>_static variants of components for tests" ${_kestrel_static_default})
 
 # The public headers: the repository's interface target, or the installed SDK
 # (include/ beside the directory that holds this file's share/ folder).
