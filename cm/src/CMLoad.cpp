@@ -106,6 +106,7 @@ RTS_RESULT CallEntry(ComponentInfo *pComponent, bool bLog) {
     pComponent->pfCreateInstance = init.pfCreateInstance;
     pComponent->pfDeleteInstance = init.pfDeleteInstance;
     pComponent->ulVersion = init.pfGetVersion != nullptr ? init.pfGetVersion() : 0;
+    ++g_cm.ullTableGeneration; // its export callback is new
     BindClasses(pComponent);
     pComponent->usState = CM_STATE_INITIALIZED;
     if (bLog) {

@@ -69,6 +69,7 @@ struct CMGlobals {
     RTS_UI32 ulLastHook = 0;                        // latest hook whose dispatch finished
     RTS_UI32 ulClassCounter = 0;                    // number of class registrations
     RTS_I32 nComponents = 0;                        // number of records ever added
+    RTS_UI64 ullTableGeneration = 0;                // bumped when a record comes, goes or is entered
     RTS_I32 iDisablingOperations = 1;               // setting "DisablingOperations"
     RTS_I32 iOverloadable = 1;                      // setting "OverloadableFunctions"
     RTS_I32 iMinCommCycleInterval = 250;            // setting "MinimalCommCycleHookInterval"

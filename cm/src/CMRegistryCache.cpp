@@ -103,6 +103,8 @@ struct Cache {
     bool bUse = true;     // switched on by default
     bool bBroken = false; // out of memory once: the plain walk serves until the next reset
     RTS_UI64 ullNextSequence = 0;
+    RTS_UI64 ullCheckedGeneration = ~0ull;            // table generation when every entry was last checked
+    std::size_t nIncomplete = 0;                      // entries whose export callback failed last time
     std::vector<std::unique_ptr<CacheEntry>> entries; // table order
     std::unordered_map<std::string, CandidateList, NameHash, std::equal_to<>> index;
     CacheEntry *pFilling = nullptr;
@@ -145,16 +147,26 @@ void Fill(CacheEntry &entry) {
     Index(entry);
 }
 
+// Brings every entry up to date. The table changes only through the CM (records added, removed or
+// entered), which counts the changes; between changes a lookup need not look at every record.
 void FillAll() {
+    if (s_cache.nIncomplete == 0 && s_cache.ullCheckedGeneration == g_cm.ullTableGeneration)
+        return;
+    std::size_t nIncomplete = 0;
     // By index: an export callback that adds a component to the table appends an entry.
     for (std::size_t i = 0; i < s_cache.entries.size(); ++i) {
         CacheEntry &entry = *s_cache.entries[i];
         if (!entry.bValid || entry.pfFilledWith != entry.pComponent->pfExportFunctions)
             Fill(entry);
+        if (!entry.bValid)
+            ++nIncomplete;
     }
+    s_cache.nIncomplete = nIncomplete;
+    s_cache.ullCheckedGeneration = g_cm.ullTableGeneration;
 }
 
 void Break() {
+    s_cache.ullCheckedGeneration = ~0ull;
     s_cache.pFilling = nullptr;
     s_cache.entries.clear();
     s_cache.index.clear();
@@ -238,6 +250,8 @@ void RegistryOnRemove(const ComponentInfo *pComponent) {
 }
 
 void RegistryReset() {
+    s_cache.ullCheckedGeneration = ~0ull;
+    s_cache.nIncomplete = 0;
     s_cache.pFilling = nullptr;
     s_cache.entries.clear();
     s_cache.index.clear();
@@ -249,6 +263,7 @@ void RegistryUseCache(bool bUse) {
     // Rows collected before the switch may be stale by the time it is switched back on.
     for (auto &pEntry : s_cache.entries)
         pEntry->bValid = false;
+    s_cache.ullCheckedGeneration = ~0ull;
 }
 
 bool RegistryCacheInUse() {

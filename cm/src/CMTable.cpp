@@ -84,6 +84,7 @@ extern "C" ComponentInfo *CMAddComponent(const ComponentInfo *pTemplate, RTS_RES
     LockTable();
     MemPoolAppendUsedBlock(pComponent);
     ++g_cm.nComponents;
+    ++g_cm.ullTableGeneration;
     RegistryOnAdd(pComponent);
     OrderOnAdd(pComponent);
     UnlockTable();
@@ -102,6 +103,7 @@ extern "C" RTS_RESULT CMRemoveComponent(ComponentInfo *pComponent) {
         return ERR_PARAMETER;
     }
     MemPoolRemoveUsedBlock(pComponent);
+    ++g_cm.ullTableGeneration;
     // Nothing may keep pointing at the block once it is back in the pool.
     RegistryOnRemove(pComponent);
     OrderOnRemove(pComponent);
