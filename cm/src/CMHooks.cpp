@@ -26,6 +26,8 @@ class TableSnapshot {
     TableSnapshot() {
         if (s_order.bValid) {
             m_nCount = s_order.records.size();
+            if (m_nCount == 0)
+                return;
             if (m_nCount <= kLocal) {
                 std::memcpy(m_local, s_order.records.data(), m_nCount * sizeof(ComponentInfo *));
             } else {
