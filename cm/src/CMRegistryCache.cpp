@@ -143,7 +143,7 @@ void Fill(CacheEntry &entry) {
     s_cache.pFilling = nullptr;
     // A component that could not register everything (the CM's own before its entry call, for
     // instance) is asked again by the next lookup.
-    entry.bValid = result == ERR_OK;
+    entry.bValid = entry.bValid && result == ERR_OK; // a row that found no memory fails it too
     Index(entry);
 }
 
