@@ -83,12 +83,15 @@ void DropImports() {
 }
 
 // Resolves every import by name; all are optional, so a missing one only leaves its slot empty
-// and the lookup's result does not matter.
+// and the lookup's result does not matter. Each slot is written once, after its lookup: the lookup
+// itself locks the component table through this component, whose cached lock mode may still call
+// through the previous slot value when hook 1 arrives a second time.
 void ResolveImports() {
     for (const ImportRow &row : s_importTable) {
-        *row.ppfSlot = nullptr;
+        RTS_VOID_FCTPTR pfFound = nullptr;
         if (s_pfGetAPI2 != nullptr)
-            s_pfGetAPI2(row.pszName, row.ppfSlot, CM_IMPORT_OPTIONAL, 0, 0);
+            s_pfGetAPI2(row.pszName, &pfFound, CM_IMPORT_OPTIONAL, 0, 0);
+        *row.ppfSlot = pfFound;
     }
 }
 

@@ -130,6 +130,26 @@ TEST_F(ComponentTest, HookFifteenDropsTheImportsAndMarksNotReady) {
     EXPECT_TRUE(g_rec.allocSizes.empty());
 }
 
+// A second hook 1 (a component loaded again, or hook 1 sent once more) re-imports while the
+// component manager's lookups keep locking its pools through the services of the first import.
+TEST_F(ComponentTest, RepeatedHookOneKeepsLockingThroughTheLookups) {
+    alignas(8) unsigned char area[MEMPOOL_STATIC_AREA_SIZE(16, 2)];
+    RTS_HANDLE h = MemPoolCreateStatic(16, sizeof area, area, nullptr);
+    ASSERT_EQ(MemPoolCreateSyncObject(h), ERR_OK);
+    int lockedDuringLookup = 0;
+    cm_.OnLookup([&](const char *) {
+        lockedDuringLookup += MemPoolLock(h) == ERR_OK ? 1 : 0;
+        MemPoolUnlock(h);
+    });
+    EXPECT_EQ(cm_.Hook(CH_INIT), ERR_OK);
+    cm_.OnLookup(nullptr);
+    EXPECT_EQ(lockedDuringLookup, 11);
+    EXPECT_EQ(g_rec.SemDepthTotal(), 0);
+    EXPECT_EQ(MemPoolLock(h), ERR_OK);
+    EXPECT_EQ(MemPoolUnlock(h), ERR_OK);
+    EXPECT_EQ(MemPoolDelete(h, "T"), ERR_OK);
+}
+
 // The component manager creates its static pools and links its lists before hook 1: the pools
 // work, without lock objects, and every lock call answers 3.
 TEST_F(ComponentTest, PoolsWorkBeforeTheComponentIsReady) {

@@ -79,6 +79,8 @@ RTS_RESULT FakeCM::GetAPI2(const char *name, RTS_VOID_FCTPTR *slot, RTS_UI32 opt
     if (current_ == nullptr)
         return ERR_FAILED;
     current_->requested_.emplace_back(name);
+    if (current_->onLookup_)
+        current_->onLookup_(name);
     auto it = current_->provided_.find(name);
     RTS_VOID_FCTPTR fn = it == current_->provided_.end() ? nullptr : it->second;
     if (slot != nullptr)

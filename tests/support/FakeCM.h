@@ -5,6 +5,7 @@
 // optional option); the real registry is tested with the component manager.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -45,6 +46,10 @@ class FakeCM {
     RTS_RESULT Import();
     RTS_RESULT Hook(RTS_UI32 hook, RTS_UINTPTR p1 = 0, RTS_UINTPTR p2 = 0);
 
+    // Called at every import lookup before it is answered, as the real component manager's
+    // lookups lock its table (through the memory pools) while a component imports.
+    void OnLookup(std::function<void(const char *)> observer) { onLookup_ = std::move(observer); }
+
     // Names the component asked for, in order, and which were missing.
     const std::vector<std::string> &Requested() const { return requested_; }
     const std::vector<std::string> &Missing() const { return missing_; }
@@ -68,6 +73,7 @@ class FakeCM {
     std::map<std::string, ExportEntry> iecExports_;
     std::vector<std::string> requested_;
     std::vector<std::string> missing_;
+    std::function<void(const char *)> onLookup_;
 };
 
 } // namespace kestrel::test
