@@ -15,8 +15,10 @@ const char *const *ModuleSuffixes();
 
 // Loads a module file: first from the directory of the executable, then from the system's library
 // search path (never from the working directory on Windows). Returns 0 and the handle, or 16 and
-// the loader's own reason in pszError.
-RTS_RESULT LoadModule(const char *pszFileName, RTS_HANDLE *phModule, char *pszError, std::size_t nErrorSize);
+// the loader's own reason in pszError; *pbMissing then tells whether no file of that name was found
+// at all (as opposed to a file that is there but cannot be loaded).
+RTS_RESULT LoadModule(const char *pszFileName, RTS_HANDLE *phModule, char *pszError, std::size_t nErrorSize,
+                      bool *pbMissing);
 
 // Address of an exported symbol, or null.
 RTS_VOID_FCTPTR GetSymbol(RTS_HANDLE hModule, const char *pszSymbol);

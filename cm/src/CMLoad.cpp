@@ -48,14 +48,30 @@ RTS_RESULT LoadModule(const char *pszName, RTS_HANDLE *phModule) {
     std::memcpy(szFile, pszName, nLen + 1);
     if (!HasModuleSuffix(szFile))
         CMUtlSafeStrCat(szFile, sizeof(szFile), os::ModuleSuffixes()[0]);
-    char szError[512] = "";
-    RTS_RESULT result = os::LoadModule(szFile, phModule, szError, sizeof(szError));
+    bool bMissing = false;
+    RTS_RESULT result = os::LoadModule(szFile, phModule, g_cm.szLoadError, sizeof(g_cm.szLoadError), &bMissing);
+    g_cm.bLoadMissing = result != ERR_OK && bMissing;
     if (result != ERR_OK) {
-        // The loader knows why (missing file, missing dependency, unresolved symbol ...).
-        CM_LOG(LOG_ERROR, result, 0, "Cannot load module <file>%s</file>: %s", szFile, szError);
+        // A module file that is there but does not load (missing dependency, unresolved symbol,
+        // wrong architecture ...) is always an error, with the loader's reason. A file that is not
+        // installed at all is the normal case for most names of the host's lists: the caller
+        // decides whether to say so (LogLoadFailure).
+        if (!bMissing)
+            LogLoadFailure(szFile);
+        else
+            CMUtlSafeStrCpy(g_cm.szLoadFile, sizeof(g_cm.szLoadFile), szFile);
         *phModule = RTS_INVALID_HANDLE;
     }
     return result;
+}
+
+void LogLoadFailure(const char *pszFile) {
+    CM_LOG(LOG_ERROR, ERR_NO_OBJECT, 0, "Cannot load module <file>%s</file>: %s",
+           pszFile != nullptr ? pszFile : g_cm.szLoadFile, g_cm.szLoadError);
+}
+
+bool LastLoadFoundNoFile() {
+    return g_cm.bLoadMissing;
 }
 
 RTS_RESULT ResolveEntry(const char *pszName, RTS_HANDLE *phModule, PF_COMPONENT_ENTRY *ppfEntry) {
@@ -172,9 +188,13 @@ extern "C" ComponentInfo *CMLoadComponent(const char *pszName, RTS_RESULT *pResu
 
     ComponentInfo tmpl{};
     tmpl.hModule = RTS_INVALID_HANDLE;
+    g_cm.bLoadMissing = false;
     RTS_RESULT result = ResolveEntry(pszName, &tmpl.hModule, &tmpl.pfEntry);
-    if (result != ERR_OK)
+    if (result != ERR_OK) {
+        if (LastLoadFoundNoFile())
+            LogLoadFailure(nullptr); // asked for by name: say why it is not there
         return finish(pInvalid, result);
+    }
     if (tmpl.pfEntry == nullptr)
         return finish(pInvalid, ERR_FAILED);
     // Always marked dynamic, even when the entry was linked in.

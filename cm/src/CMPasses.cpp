@@ -84,10 +84,42 @@ RTS_RESULT AddBasicComponents(const ComponentListEntry *pList) {
     return kept;
 }
 
+namespace {
+
+// Names of a list pass that have no module file here. A host's list names every component the
+// product knows; an installation carries only some of them, so these are summed up in one line
+// instead of an error each.
+class MissingModules {
+  public:
+    void Add(const char *pszName) {
+        if (++n_ == 1)
+            CMUtlSafeStrCpy(sz_, sizeof(sz_), pszName);
+        else if (!bCut_ && CMUtlStrLen(sz_) + CMUtlStrLen(pszName) + 6 < sizeof(sz_)) {
+            CMUtlSafeStrCat(sz_, sizeof(sz_), ", ");
+            CMUtlSafeStrCat(sz_, sizeof(sz_), pszName);
+        } else if (!bCut_) {
+            CMUtlSafeStrCat(sz_, sizeof(sz_), ", ...");
+            bCut_ = true;
+        }
+    }
+    void Report() const {
+        if (n_ > 0)
+            CM_LOG(LOG_INFO, ERR_OK, 0, "%d components of the list are not installed: %s", n_, sz_);
+    }
+
+  private:
+    int n_ = 0;
+    bool bCut_ = false;
+    char sz_[200] = "";
+};
+
+} // namespace
+
 RTS_RESULT AddComponentList(const ComponentListEntry *pList, bool bSystemPass, bool bMarkExisting) {
     RTS_RESULT kept = ERR_OK;
     if (pList == nullptr)
         return kept;
+    MissingModules missing;
     for (const ComponentListEntry *pEntry = pList; !IsListEnd(pEntry); ++pEntry) {
         const char *pszName = pEntry->pszName;
         bool bSysName = BeginsWithSys(pszName);
@@ -107,8 +139,11 @@ RTS_RESULT AddComponentList(const ComponentListEntry *pList, bool bSystemPass, b
             tmpl.pfEntry = pEntry->pfEntry;
             tmpl.usFlags = bSystemPass ? (CM_FLAG_STATIC | CM_FLAG_SYSTEM) : CM_FLAG_STATIC;
         } else {
+            g_cm.bLoadMissing = false;
             RTS_RESULT result = ResolveEntry(pszName, &tmpl.hModule, &tmpl.pfEntry);
             if (result != ERR_OK) {
+                if (LastLoadFoundNoFile())
+                    missing.Add(pszName);
                 Keep(kept, result);
                 continue;
             }
@@ -122,6 +157,7 @@ RTS_RESULT AddComponentList(const ComponentListEntry *pList, bool bSystemPass, b
             tmpl.usFlags |= CM_FLAG_SYSTEM;
         Keep(kept, AddRecord(tmpl));
     }
+    missing.Report();
     return kept;
 }
 
@@ -146,9 +182,12 @@ RTS_RESULT AddSettingsComponents() {
         if (FindByName(szName, StateBit(CM_STATE_LOADED) | StateBit(CM_STATE_INITIALIZED)) != nullptr)
             continue;
         ComponentInfo tmpl = FreshRecord(szName, 0); // the name is copied on add
+        g_cm.bLoadMissing = false;
         result = ResolveEntry(szName, &tmpl.hModule, &tmpl.pfEntry);
         if (result != ERR_OK) {
             CM_LOG(LOG_ERROR, result, 12, "*** Error: Component <cmp>%s</cmp> NOT loaded", szName);
+            if (LastLoadFoundNoFile())
+                LogLoadFailure(nullptr); // configured by name: the loader's reason helps
             Keep(kept, ERR_FAILED);
             continue;
         }

@@ -80,6 +80,9 @@ struct CMGlobals {
     RTS_UI32 ulStopStartup = 0;                     // hook 2 word: nonzero keeps CMInitEnd back
     RTS_RESULT secondaryResult = 0;                 // kept for diagnosis only, never returned
     ComponentInitStruct cmInit = {};                // CM functions handed to CMEntry (words 8..15)
+    char szLoadFile[112] = "";                      // module file of the last failed load
+    char szLoadError[512] = "";                     // the loader's reason for it
+    bool bLoadMissing = false;                      // the last failed load found no file at all
 };
 extern CMGlobals g_cm;
 
@@ -234,6 +237,10 @@ RTS_RESULT EntryPass();
 RTS_RESULT ImportPass(RTS_UI16 usMask);
 RTS_RESULT ResolveEntry(const char *pszName, RTS_HANDLE *phModule, PF_COMPONENT_ENTRY *ppfEntry);
 RTS_RESULT LoadModule(const char *pszName, RTS_HANDLE *phModule);
+// The last failed load: whether it found no file at all, and its "Cannot load module" line
+// (pszFile null: the file of the last failed load).
+bool LastLoadFoundNoFile();
+void LogLoadFailure(const char *pszFile);
 
 // Dense table order for the hook dispatcher (CMHooks.cpp): follows every record added and removed.
 void OrderOnAdd(ComponentInfo *pComponent);

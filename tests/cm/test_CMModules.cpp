@@ -71,6 +71,21 @@ TEST_F(ModuleTest, SettingsModules) {
     EXPECT_TRUE(F().Logged("Cannot load module <file>NoSuchModule" + Suffix() + "</file>: "));
 }
 
+// A host's list names more components than an installation carries: the names without a module
+// file are summed up in one line per pass, with no error each; the pass still reports the failure.
+TEST_F(ModuleTest, ListNamesWithoutModuleFilesAreSummedUp) {
+    ASSERT_EQ(ERR_OK, Start({{"NoSuchModuleOne", nullptr, 0},
+                             {"TestModA", nullptr, 0},
+                             {"NoSuchModuleTwo", nullptr, 0},
+                             {"SysNoSuchModule", nullptr, 0}}));
+    EXPECT_NE(nullptr, Find("TestModA"));
+    EXPECT_FALSE(F().Logged("Cannot load module"));
+    // The system pass sees the "Sys" name, the full pass all three (the "Sys" name once more).
+    EXPECT_TRUE(F().Logged("1 components of the list are not installed: SysNoSuchModule"));
+    EXPECT_TRUE(F().Logged(
+        "3 components of the list are not installed: NoSuchModuleOne, NoSuchModuleTwo, SysNoSuchModule"));
+}
+
 TEST_F(ModuleTest, LoadModuleResults) {
     ASSERT_EQ(ERR_OK, Start({}));
     RTS_HANDLE h = nullptr;

@@ -50,8 +50,10 @@ const char *const *ModuleSuffixes() {
     return s_suffixes;
 }
 
-RTS_RESULT LoadModule(const char *pszFileName, RTS_HANDLE *phModule, char *pszError, std::size_t nErrorSize) {
+RTS_RESULT LoadModule(const char *pszFileName, RTS_HANDLE *phModule, char *pszError, std::size_t nErrorSize,
+                      bool *pbMissing) {
     *phModule = RTS_INVALID_HANDLE;
+    *pbMissing = false;
     std::string path;
     if (std::strchr(pszFileName, '/') != nullptr) {
         path = pszFileName; // a path is taken as it is
@@ -65,7 +67,12 @@ RTS_RESULT LoadModule(const char *pszFileName, RTS_HANDLE *phModule, char *pszEr
     dlerror();
     void *h = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (h == nullptr) {
-        CopyError(pszError, nErrorSize, dlerror());
+        const char *pszReason = dlerror();
+        // Only a file that is nowhere at all counts as missing; a file that is there but lacks a
+        // dependency fails with the dependency's name in the reason.
+        *pbMissing = access(path.c_str(), F_OK) != 0 && pszReason != nullptr &&
+                     std::strstr(pszReason, path.c_str()) != nullptr && std::strstr(pszReason, "No such file") != nullptr;
+        CopyError(pszError, nErrorSize, pszReason);
         return ERR_NO_OBJECT;
     }
     *phModule = h;

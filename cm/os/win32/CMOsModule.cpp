@@ -69,8 +69,11 @@ const char *const *ModuleSuffixes() {
     return s_suffixes;
 }
 
-RTS_RESULT LoadModule(const char *pszFileName, RTS_HANDLE *phModule, char *pszError, std::size_t nErrorSize) {
+RTS_RESULT LoadModule(const char *pszFileName, RTS_HANDLE *phModule, char *pszError, std::size_t nErrorSize,
+                      bool *pbMissing) {
     *phModule = RTS_INVALID_HANDLE;
+    *pbMissing = false;
+    bool bFileSeen = false;
     RestrictDllSearch();
     // No message box for a missing dependency: the failure goes to the log instead.
     DWORD dwOldMode = 0;
@@ -82,7 +85,8 @@ RTS_RESULT LoadModule(const char *pszFileName, RTS_HANDLE *phModule, char *pszEr
         std::string local = ExecutableDirectory();
         if (!local.empty()) {
             local += pszFileName;
-            if (GetFileAttributesA(local.c_str()) != INVALID_FILE_ATTRIBUTES)
+            bFileSeen = GetFileAttributesA(local.c_str()) != INVALID_FILE_ATTRIBUTES;
+            if (bFileSeen)
                 h = LoadLibraryExA(local.c_str(), nullptr,
                                    LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR | LOAD_LIBRARY_SEARCH_DEFAULT_DIRS);
             else
@@ -96,6 +100,8 @@ RTS_RESULT LoadModule(const char *pszFileName, RTS_HANDLE *phModule, char *pszEr
     DWORD dwError = h == nullptr ? GetLastError() : 0;
     SetThreadErrorMode(dwOldMode, nullptr);
     if (h == nullptr) {
+        // "Module not found" also stands for a missing dependency of a file that is there.
+        *pbMissing = !bFileSeen && !IsPath(pszFileName) && dwError == ERROR_MOD_NOT_FOUND;
         FormatError(dwError, pszError, nErrorSize);
         return ERR_NO_OBJECT;
     }
