@@ -7,7 +7,6 @@
 
 namespace {
 
-kestrel::module::CmLink s_cm;
 
 const ExportEntry s_exports[] = {
     RTS_EXPORT_ROW(SysCpuAtomicAdd, "SysCpuAtomicAdd", 0, 0),
@@ -15,18 +14,7 @@ const ExportEntry s_exports[] = {
     RTS_EXPORT_END,
 };
 
-RTS_RESULT ExportFunctions() {
-    return s_cm.Export(s_exports, CMPID_SysCpuHandling);
-}
-RTS_RESULT ImportFunctions() {
-    return ERR_OK;
-}
-RTS_UI32 GetVersion() {
-    return RTS_SYSTEM_VERSION;
-}
-RTS_RESULT HookFunction(RTS_UI32, RTS_UINTPTR, RTS_UINTPTR) {
-    return ERR_OK;
-}
+using Component = kestrel::module::ExportOnlyComponent<CMPID_SysCpuHandling, s_exports>;
 
 } // namespace
 
@@ -62,10 +50,7 @@ RTS_RESULT SysCpuCallIecFuncWithParams(RTS_VOID_FCTPTR pfIecFunction, void *pPar
 }
 
 RTS_RESULT SysCpuHandlingEntry(ComponentInitStruct *pInit) {
-    if (pInit == nullptr)
-        return ERR_PARAMETER;
-    s_cm.Enter(pInit, CMPID_SysCpuHandling, ExportFunctions, ImportFunctions, GetVersion, HookFunction);
-    return ERR_OK;
+    return Component::Enter(pInit);
 }
 
 } // extern "C"

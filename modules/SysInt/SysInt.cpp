@@ -9,7 +9,6 @@
 
 namespace {
 
-kestrel::module::CmLink s_cm;
 std::recursive_mutex s_lock;
 RTS_UINTPTR s_depth = 0; // written only by the thread that holds s_lock
 
@@ -19,18 +18,7 @@ const ExportEntry s_exports[] = {
     RTS_EXPORT_END,
 };
 
-RTS_RESULT ExportFunctions() {
-    return s_cm.Export(s_exports, CMPID_SysInt);
-}
-RTS_RESULT ImportFunctions() {
-    return ERR_OK;
-}
-RTS_UI32 GetVersion() {
-    return RTS_SYSTEM_VERSION;
-}
-RTS_RESULT HookFunction(RTS_UI32, RTS_UINTPTR, RTS_UINTPTR) {
-    return ERR_OK;
-}
+using Component = kestrel::module::ExportOnlyComponent<CMPID_SysInt, s_exports>;
 
 } // namespace
 
@@ -63,10 +51,7 @@ RTS_RESULT SysIntEnableAll(RTS_HANDLE *phSave) {
 }
 
 RTS_RESULT SysIntEntry(ComponentInitStruct *pInit) {
-    if (pInit == nullptr)
-        return ERR_PARAMETER;
-    s_cm.Enter(pInit, CMPID_SysInt, ExportFunctions, ImportFunctions, GetVersion, HookFunction);
-    return ERR_OK;
+    return Component::Enter(pInit);
 }
 
 } // extern "C"

@@ -9,7 +9,6 @@
 
 namespace {
 
-kestrel::module::CmLink s_cm;
 std::mutex s_lock; // keeps lines of concurrent writers whole
 
 const ExportEntry s_exports[] = {
@@ -17,18 +16,7 @@ const ExportEntry s_exports[] = {
     RTS_EXPORT_END,
 };
 
-RTS_RESULT ExportFunctions() {
-    return s_cm.Export(s_exports, CMPID_SysOut);
-}
-RTS_RESULT ImportFunctions() {
-    return ERR_OK;
-}
-RTS_UI32 GetVersion() {
-    return RTS_SYSTEM_VERSION;
-}
-RTS_RESULT HookFunction(RTS_UI32, RTS_UINTPTR, RTS_UINTPTR) {
-    return ERR_OK;
-}
+using Component = kestrel::module::ExportOnlyComponent<CMPID_SysOut, s_exports>;
 
 } // namespace
 
@@ -44,10 +32,7 @@ RTS_RESULT SysOutVPrintf(const char *pszFormat, va_list args) {
 }
 
 RTS_RESULT SysOutEntry(ComponentInitStruct *pInit) {
-    if (pInit == nullptr)
-        return ERR_PARAMETER;
-    s_cm.Enter(pInit, CMPID_SysOut, ExportFunctions, ImportFunctions, GetVersion, HookFunction);
-    return ERR_OK;
+    return Component::Enter(pInit);
 }
 
 } // extern "C"

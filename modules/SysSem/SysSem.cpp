@@ -26,7 +26,6 @@ struct Semaphore {
     OsSemaphore *pOs = nullptr;           // where waiters block
 };
 
-kestrel::module::CmLink s_cm;
 
 Semaphore *FromHandle(RTS_HANDLE hSem) {
     if (hSem == nullptr || hSem == RTS_INVALID_HANDLE)
@@ -43,18 +42,7 @@ const ExportEntry s_exports[] = {
     RTS_EXPORT_END,
 };
 
-RTS_RESULT ExportFunctions() {
-    return s_cm.Export(s_exports, CMPID_SysSem);
-}
-RTS_RESULT ImportFunctions() {
-    return ERR_OK;
-}
-RTS_UI32 GetVersion() {
-    return RTS_SYSTEM_VERSION;
-}
-RTS_RESULT HookFunction(RTS_UI32, RTS_UINTPTR, RTS_UINTPTR) {
-    return ERR_OK;
-}
+using Component = kestrel::module::ExportOnlyComponent<CMPID_SysSem, s_exports>;
 
 } // namespace
 
@@ -122,10 +110,7 @@ RTS_RESULT SysSemLeave(RTS_HANDLE hSem) {
 }
 
 RTS_RESULT SysSemEntry(ComponentInitStruct *pInit) {
-    if (pInit == nullptr)
-        return ERR_PARAMETER;
-    s_cm.Enter(pInit, CMPID_SysSem, ExportFunctions, ImportFunctions, GetVersion, HookFunction);
-    return ERR_OK;
+    return Component::Enter(pInit);
 }
 
 } // extern "C"

@@ -9,7 +9,6 @@
 
 namespace {
 
-kestrel::module::CmLink s_cm;
 
 std::chrono::steady_clock::duration Elapsed() {
     // Counting from the first reading keeps the 32-bit millisecond value far
@@ -24,18 +23,7 @@ const ExportEntry s_exports[] = {
     RTS_EXPORT_END,
 };
 
-RTS_RESULT ExportFunctions() {
-    return s_cm.Export(s_exports, CMPID_SysTime);
-}
-RTS_RESULT ImportFunctions() {
-    return ERR_OK;
-}
-RTS_UI32 GetVersion() {
-    return RTS_SYSTEM_VERSION;
-}
-RTS_RESULT HookFunction(RTS_UI32, RTS_UINTPTR, RTS_UINTPTR) {
-    return ERR_OK;
-}
+using Component = kestrel::module::ExportOnlyComponent<CMPID_SysTime, s_exports>;
 
 } // namespace
 
@@ -53,9 +41,8 @@ RTS_RESULT SysTimeGetUs(RTS_UI64 *pullUs) {
 }
 
 RTS_RESULT SysTimeEntry(ComponentInitStruct *pInit) {
-    if (pInit == nullptr)
-        return ERR_PARAMETER;
-    s_cm.Enter(pInit, CMPID_SysTime, ExportFunctions, ImportFunctions, GetVersion, HookFunction);
+    if (RTS_RESULT result = Component::Enter(pInit); result != ERR_OK)
+        return result;
     Elapsed();
     return ERR_OK;
 }

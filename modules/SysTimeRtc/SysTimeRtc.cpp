@@ -10,7 +10,6 @@
 
 namespace {
 
-kestrel::module::CmLink s_cm;
 
 constexpr RTS_UI64 kMsPerDay = 86400000ull;
 
@@ -62,18 +61,7 @@ const ExportEntry s_exports[] = {
     RTS_EXPORT_END,
 };
 
-RTS_RESULT ExportFunctions() {
-    return s_cm.Export(s_exports, CMPID_SysTimeRtc);
-}
-RTS_RESULT ImportFunctions() {
-    return ERR_OK;
-}
-RTS_UI32 GetVersion() {
-    return RTS_SYSTEM_VERSION;
-}
-RTS_RESULT HookFunction(RTS_UI32, RTS_UINTPTR, RTS_UINTPTR) {
-    return ERR_OK;
-}
+using Component = kestrel::module::ExportOnlyComponent<CMPID_SysTimeRtc, s_exports>;
 
 } // namespace
 
@@ -107,10 +95,7 @@ RTS_RESULT SysTimeRtcConvertHighResToLocal(const RTS_SYSTIME *pTime, RTS_SYSTIME
 }
 
 RTS_RESULT SysTimeRtcEntry(ComponentInitStruct *pInit) {
-    if (pInit == nullptr)
-        return ERR_PARAMETER;
-    s_cm.Enter(pInit, CMPID_SysTimeRtc, ExportFunctions, ImportFunctions, GetVersion, HookFunction);
-    return ERR_OK;
+    return Component::Enter(pInit);
 }
 
 } // extern "C"

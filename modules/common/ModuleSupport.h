@@ -52,6 +52,23 @@ struct CmLink {
     }
 };
 
+// The whole component side of a module that only offers functions: it registers one C export
+// table, imports nothing and has no use for hooks (it answers 0 to every one). The table is an
+// array with internal linkage in the module's own source.
+template <CMPID kCmpId, const ExportEntry *kTable> struct ExportOnlyComponent {
+    static inline CmLink cm;
+    static RTS_RESULT Export() { return cm.Export(kTable, kCmpId); }
+    static RTS_RESULT Import() { return ERR_OK; }
+    static RTS_UI32 Version() { return RTS_SYSTEM_VERSION; }
+    static RTS_RESULT Hook(RTS_UI32, RTS_UINTPTR, RTS_UINTPTR) { return ERR_OK; }
+    static RTS_RESULT Enter(ComponentInitStruct *pInit) {
+        if (pInit == nullptr)
+            return ERR_PARAMETER;
+        cm.Enter(pInit, kCmpId, &Export, &Import, &Version, &Hook);
+        return ERR_OK;
+    }
+};
+
 // Hook CH_COMPONENT_EXIT names a component that is going away. A module
 // clears the slots it imported from that component, since the functions
 // will be unloaded with it; this tells whether the hook is about pszProvider.
