@@ -92,9 +92,9 @@ RTS_UI32 HostOsInstallService() {
         HostLogf("***ERROR***: Unable to install %s Service: %s", state.serviceName, text);
         return 0;
     }
-    HostUnitSpec spec{state.serviceName, state.productVersion, path,
-                      state.pszAccount != nullptr ? state.pszAccount : ""};
-    std::string text = HostUnitText(spec);
+    HostUnitFields fields{state.serviceName, state.productVersion, path,
+                          state.pszAccount != nullptr ? state.pszAccount : ""};
+    std::string text = HostUnitText(fields);
     if (text.empty()) {
         HostLogf("***ERROR***: Unable to install %s Service: %s", state.serviceName,
                  "a name or path contains a line break");

@@ -75,21 +75,21 @@ std::string HostUnitQuote(const std::string &value) {
     return out + "\"";
 }
 
-std::string HostUnitText(const HostUnitSpec &spec) {
-    if (HasLineBreak(spec.serviceName) || HasLineBreak(spec.productVersion) || HasLineBreak(spec.executable) ||
-        HasLineBreak(spec.account))
+std::string HostUnitText(const HostUnitFields &unit) {
+    if (HasLineBreak(unit.serviceName) || HasLineBreak(unit.productVersion) || HasLineBreak(unit.executable) ||
+        HasLineBreak(unit.account))
         return std::string();
     std::string text;
-    text += "# " + spec.serviceName + ": written by \"KESTRELControl -i\", removed by \"KESTRELControl -u\".\n";
+    text += "# " + unit.serviceName + ": written by \"KESTRELControl -i\", removed by \"KESTRELControl -u\".\n";
     text += "[Unit]\n";
-    text += "Description=" + EscapeSpecifiers(spec.serviceName + " Version " + spec.productVersion) + "\n";
+    text += "Description=" + EscapeSpecifiers(unit.serviceName + " Version " + unit.productVersion) + "\n";
     text += "After=network.target\n";
     text += "\n[Service]\n";
     text += "Type=notify\n";
     text += "NotifyAccess=main\n";
-    text += "ExecStart=" + HostUnitQuote(spec.executable) + "\n";
-    if (!spec.account.empty())
-        text += "User=" + EscapeSpecifiers(spec.account) + "\n";
+    text += "ExecStart=" + HostUnitQuote(unit.executable) + "\n";
+    if (!unit.account.empty())
+        text += "User=" + EscapeSpecifiers(unit.account) + "\n";
     text += "Restart=on-failure\n";
     text += "WatchdogSec=" + std::to_string(kWatchdogSeconds) + "\n";
     text += "\n[Install]\n";

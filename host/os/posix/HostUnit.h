@@ -16,7 +16,7 @@ namespace kestrel::host {
 constexpr const char *kDefaultUnitDirectory = "/etc/systemd/system";
 constexpr unsigned kWatchdogSeconds = 30;
 
-struct HostUnitSpec {
+struct HostUnitFields {
     std::string serviceName;    // "KESTREL Control Win V3"
     std::string productVersion; // "3.5.5.0"
     std::string executable;     // full path
@@ -28,7 +28,7 @@ struct HostUnitSpec {
 std::string HostUnitName(const std::string &serviceName);
 
 // The unit file's text. Fails (empty result) for values with line breaks.
-std::string HostUnitText(const HostUnitSpec &spec);
+std::string HostUnitText(const HostUnitFields &unit);
 
 // Quotes a value for ExecStart= and escapes systemd's specifiers.
 std::string HostUnitQuote(const std::string &value);

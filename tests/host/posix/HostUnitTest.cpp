@@ -33,8 +33,8 @@ TEST(HostUnit, QuotingEscapesQuotesBackslashesAndSpecifiers) {
 }
 
 TEST(HostUnit, TextHasTheServiceSettings) {
-    HostUnitSpec spec{"KESTREL Control Win V3", "3.5.5.0", "/opt/my dir/KESTRELControl", "plc"};
-    std::string text = HostUnitText(spec);
+    HostUnitFields unit{"KESTREL Control Win V3", "3.5.5.0", "/opt/my dir/KESTRELControl", "plc"};
+    std::string text = HostUnitText(unit);
     for (const char *line : {"[Unit]\n", "Description=KESTREL Control Win V3 Version 3.5.5.0\n", "[Service]\n",
                              "Type=notify\n", "ExecStart=\"/opt/my dir/KESTRELControl\"\n", "User=plc\n",
                              "Restart=on-failure\n", "WatchdogSec=30\n", "[Install]\n", "WantedBy=multi-user.target\n"})
@@ -42,8 +42,8 @@ TEST(HostUnit, TextHasTheServiceSettings) {
 }
 
 TEST(HostUnit, TextWithoutAccountHasNoUser) {
-    HostUnitSpec spec{"S", "1.0", "/x", ""};
-    EXPECT_EQ(HostUnitText(spec).find("User="), std::string::npos);
+    HostUnitFields unit{"S", "1.0", "/x", ""};
+    EXPECT_EQ(HostUnitText(unit).find("User="), std::string::npos);
 }
 
 TEST(HostUnit, LineBreaksAreRefused) {
