@@ -32,33 +32,33 @@ struct Out {
     }
 };
 
-struct Spec {
+struct Directive {
     bool left = false, zero = false, plus = false, space = false, alt = false;
     int width = 0;
     int precision = -1;
 };
 
-void PutPadded(Out &out, const Spec &spec, const char *prefix, std::size_t prefixLen, const char *digits,
+void PutPadded(Out &out, const Directive &dir, const char *prefix, std::size_t prefixLen, const char *digits,
                std::size_t len) {
-    if (spec.width == 0 && spec.precision < 0 && prefixLen == 0) {
+    if (dir.width == 0 && dir.precision < 0 && prefixLen == 0) {
         out.Put(digits, len);
         return;
     }
     int zeros = 0;
-    if (spec.precision >= 0 && static_cast<int>(len) < spec.precision)
-        zeros = spec.precision - static_cast<int>(len);
+    if (dir.precision >= 0 && static_cast<int>(len) < dir.precision)
+        zeros = dir.precision - static_cast<int>(len);
     int total = static_cast<int>(prefixLen + len) + zeros;
-    int pad = spec.width > total ? spec.width - total : 0;
-    if (spec.zero && !spec.left && spec.precision < 0) {
+    int pad = dir.width > total ? dir.width - total : 0;
+    if (dir.zero && !dir.left && dir.precision < 0) {
         zeros += pad;
         pad = 0;
     }
-    if (!spec.left)
+    if (!dir.left)
         out.Fill(' ', pad);
     out.Put(prefix, prefixLen);
     out.Fill('0', zeros);
     out.Put(digits, len);
-    if (spec.left)
+    if (dir.left)
         out.Fill(' ', pad);
 }
 
@@ -89,15 +89,15 @@ template <typename U> char *Digits(char *end, U v, unsigned base, const char *se
     return end;
 }
 
-void PutUnsigned(Out &out, const Spec &spec, std::uint64_t v, unsigned base, bool upper, const char *prefix,
+void PutUnsigned(Out &out, const Directive &dir, std::uint64_t v, unsigned base, bool upper, const char *prefix,
                  std::size_t prefixLen) {
     char digits[24];
     char *end = digits + sizeof(digits);
     const char *set = upper ? "0123456789ABCDEF" : "0123456789abcdef";
     char *d = end;
-    if (v != 0 || spec.precision != 0) // "%.0u" of 0 prints nothing
+    if (v != 0 || dir.precision != 0) // "%.0u" of 0 prints nothing
         d = v <= 0xFFFFFFFFu ? Digits(end, static_cast<std::uint32_t>(v), base, set) : Digits(end, v, base, set);
-    PutPadded(out, spec, prefix, prefixLen, d, static_cast<std::size_t>(end - d));
+    PutPadded(out, dir, prefix, prefixLen, d, static_cast<std::size_t>(end - d));
 }
 
 } // namespace
@@ -157,41 +157,41 @@ std::size_t FormatText(char *buf, std::size_t size, const char *fmt, va_list arg
             ++f;
             continue;
         }
-        Spec spec;
+        Directive dir;
         for (;; ++f) {
             if (*f == '-')
-                spec.left = true;
+                dir.left = true;
             else if (*f == '0')
-                spec.zero = true;
+                dir.zero = true;
             else if (*f == '+')
-                spec.plus = true;
+                dir.plus = true;
             else if (*f == ' ')
-                spec.space = true;
+                dir.space = true;
             else if (*f == '#')
-                spec.alt = true;
+                dir.alt = true;
             else
                 break;
         }
         if (*f == '*') {
-            spec.width = va_arg(args, int);
-            if (spec.width < 0) {
-                spec.left = true;
-                spec.width = -spec.width;
+            dir.width = va_arg(args, int);
+            if (dir.width < 0) {
+                dir.left = true;
+                dir.width = -dir.width;
             }
             ++f;
         } else {
             while (*f >= '0' && *f <= '9')
-                spec.width = spec.width * 10 + (*f++ - '0');
+                dir.width = dir.width * 10 + (*f++ - '0');
         }
         if (*f == '.') {
             ++f;
-            spec.precision = 0;
+            dir.precision = 0;
             if (*f == '*') {
-                spec.precision = va_arg(args, int);
+                dir.precision = va_arg(args, int);
                 ++f;
             } else {
                 while (*f >= '0' && *f <= '9')
-                    spec.precision = spec.precision * 10 + (*f++ - '0');
+                    dir.precision = dir.precision * 10 + (*f++ - '0');
             }
         }
         int length = 0; // 0 int, 1 long, 2 long long, 3 size_t, 4 intmax_t, 5 ptrdiff_t, -1 short, -2 char
@@ -244,9 +244,9 @@ std::size_t FormatText(char *buf, std::size_t size, const char *fmt, va_list arg
                 v = va_arg(args, int);
                 break;
             }
-            const char *sign = v < 0 ? "-" : spec.plus ? "+" : spec.space ? " " : "";
+            const char *sign = v < 0 ? "-" : dir.plus ? "+" : dir.space ? " " : "";
             std::uint64_t mag = v < 0 ? 0 - static_cast<std::uint64_t>(v) : static_cast<std::uint64_t>(v);
-            PutUnsigned(out, spec, mag, 10, false, sign, std::strlen(sign));
+            PutUnsigned(out, dir, mag, 10, false, sign, std::strlen(sign));
             break;
         }
         case 'u':
@@ -282,13 +282,13 @@ std::size_t FormatText(char *buf, std::size_t size, const char *fmt, va_list arg
             }
             unsigned base = conv == 'o' ? 8 : conv == 'u' ? 10 : 16;
             const char *prefix = "";
-            if (spec.alt && v != 0 && conv == 'x')
+            if (dir.alt && v != 0 && conv == 'x')
                 prefix = "0x";
-            else if (spec.alt && v != 0 && conv == 'X')
+            else if (dir.alt && v != 0 && conv == 'X')
                 prefix = "0X";
-            if (spec.alt && conv == 'o' && v != 0 && spec.precision < 0)
+            if (dir.alt && conv == 'o' && v != 0 && dir.precision < 0)
                 prefix = "0";
-            PutUnsigned(out, spec, v, base, conv == 'X', prefix, std::strlen(prefix));
+            PutUnsigned(out, dir, v, base, conv == 'X', prefix, std::strlen(prefix));
             break;
         }
         case 'c': {
@@ -297,7 +297,7 @@ std::size_t FormatText(char *buf, std::size_t size, const char *fmt, va_list arg
                 break;
             }
             char c = static_cast<char>(va_arg(args, int));
-            Spec s = spec;
+            Directive s = dir;
             s.precision = -1;
             s.zero = false;
             PutPadded(out, s, "", 0, &c, 1);
@@ -312,13 +312,13 @@ std::size_t FormatText(char *buf, std::size_t size, const char *fmt, va_list arg
             if (s == nullptr)
                 s = "(null)";
             std::size_t n = 0;
-            if (spec.precision >= 0) {
-                while (n < static_cast<std::size_t>(spec.precision) && s[n] != '\0')
+            if (dir.precision >= 0) {
+                while (n < static_cast<std::size_t>(dir.precision) && s[n] != '\0')
                     ++n;
             } else {
                 n = std::strlen(s);
             }
-            Spec sp = spec;
+            Directive sp = dir;
             sp.precision = -1;
             sp.zero = false;
             PutPadded(out, sp, "", 0, s, n);
@@ -326,7 +326,7 @@ std::size_t FormatText(char *buf, std::size_t size, const char *fmt, va_list arg
         }
         case 'p': {
             void *p = va_arg(args, void *);
-            Spec sp = spec;
+            Directive sp = dir;
             sp.zero = false;
             PutUnsigned(out, sp, reinterpret_cast<std::uintptr_t>(p), 16, false, "0x", 2);
             break;
