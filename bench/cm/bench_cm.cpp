@@ -91,11 +91,12 @@ void BM_LoadUnloadOnly(benchmark::State &state) {
         paths.push_back(ModulePath(i));
     std::vector<RTS_HANDLE> handles(static_cast<std::size_t>(n));
     char szError[256];
+    bool bMissing = false;
     for (auto _ : state) {
         for (int i = 0; i < n; ++i) {
             if (kestrel::cm::os::LoadModule(paths[static_cast<std::size_t>(i)].c_str(),
-                                            &handles[static_cast<std::size_t>(i)], szError,
-                                            sizeof(szError)) != ERR_OK) {
+                                            &handles[static_cast<std::size_t>(i)], szError, sizeof(szError),
+                                            &bMissing) != ERR_OK) {
                 state.SkipWithError(szError);
                 return;
             }
