@@ -86,6 +86,17 @@ bool ParseInt(const std::string &text, RTS_I32 *pValue) {
 }
 
 // Copies text into a caller's buffer under the length-in/out rule.
+// Copies the value of a key out of the database under its lock; false when the key is missing.
+bool LookUp(const char *pszSection, const char *pszKey, std::string &text) {
+    State &st = GetState();
+    std::lock_guard<std::mutex> guard(st.lock);
+    const std::string *p = st.doc.Find(pszSection, pszKey);
+    if (p == nullptr)
+        return false;
+    text = *p;
+    return true;
+}
+
 RTS_RESULT CopyOut(const std::string &text, char *pszValue, RTS_I32 *piLen) {
     RTS_I32 size = *piLen;
     *piLen = static_cast<RTS_I32>(text.size() + 1);
@@ -264,14 +275,8 @@ RTS_RESULT SettgGetIntValue(const char *pszSection, const char *pszKey, RTS_I32 
         return ERR_PARAMETER;
     try {
         std::string text;
-        {
-            State &st = GetState();
-            std::lock_guard<std::mutex> guard(st.lock);
-            const std::string *p = st.doc.Find(pszSection, pszKey);
-            if (p == nullptr)
-                return ERR_NO_OBJECT;
-            text = *p;
-        }
+        if (!LookUp(pszSection, pszKey, text))
+            return ERR_NO_OBJECT;
         if (!ParseInt(text, piValue)) {
             *piValue = iDefault;
             Log(LOG_WARNING, ERR_PARAMETER, 2,
@@ -299,15 +304,7 @@ RTS_RESULT SettgGetStringValue(const char *pszSection, const char *pszKey, char 
         return ERR_PARAMETER;
     try {
         std::string text;
-        bool found;
-        {
-            State &st = GetState();
-            std::lock_guard<std::mutex> guard(st.lock);
-            const std::string *p = st.doc.Find(pszSection, pszKey);
-            found = p != nullptr;
-            if (found)
-                text = *p;
-        }
+        bool found = LookUp(pszSection, pszKey, text);
         if (pszValue == nullptr) {
             // Existence test only; the needed size comes along.
             if (piLen != nullptr && found)
@@ -331,16 +328,9 @@ RTS_RESULT SettgGetWStringValue(const char *pszSection, const char *pszKey, RTS_
     if (pwszValue != nullptr && piLen == nullptr)
         return ERR_PARAMETER;
     try {
-        std::u16string text;
-        bool found;
-        {
-            State &st = GetState();
-            std::lock_guard<std::mutex> guard(st.lock);
-            const std::string *p = st.doc.Find(pszSection, pszKey);
-            found = p != nullptr;
-            if (found)
-                text = Utf8ToUtf16(*p);
-        }
+        std::string utf8;
+        bool found = LookUp(pszSection, pszKey, utf8);
+        std::u16string text = found ? Utf8ToUtf16(utf8) : std::u16string();
         if (pwszValue == nullptr) {
             if (piLen != nullptr && found)
                 *piLen = static_cast<RTS_I32>(text.size() + 1);
