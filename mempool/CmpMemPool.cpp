@@ -38,9 +38,10 @@ const ImportRow s_importTable[] = {
 #undef KESTREL_MEMPOOL_IMPORT_ROW
 };
 
-// Every C-callable function of the component, signature and version 0.
+// Every C-callable function of the component, signature and version 0. Not constant: the rows of
+// MemPoolGetBlock and MemPoolPutBlock take the forms built for the processor, if there are any.
 #define KESTREL_MEMPOOL_EXPORT(fn) RTS_EXPORT_ROW(fn, #fn, 0, 0)
-const ExportEntry s_exportTable[] = {
+ExportEntry s_exportTable[] = {
     KESTREL_MEMPOOL_EXPORT(MemPoolCreateDynamic),
     KESTREL_MEMPOOL_EXPORT(MemPoolCreateStatic),
     KESTREL_MEMPOOL_EXPORT(MemPoolExtendDynamic),
@@ -95,6 +96,16 @@ void ResolveImports() {
     }
 }
 
+void ChooseBlockFunctions() {
+    const WideBlockFunctions wide = GetWideBlockFunctions();
+    for (ExportEntry &row : s_exportTable) {
+        if (row.pfFunction == reinterpret_cast<RTS_VOID_FCTPTR>(&MemPoolGetBlock) && wide.pfGetBlock != nullptr)
+            row.pfFunction = reinterpret_cast<RTS_VOID_FCTPTR>(wide.pfGetBlock);
+        if (row.pfFunction == reinterpret_cast<RTS_VOID_FCTPTR>(&MemPoolPutBlock) && wide.pfPutBlock != nullptr)
+            row.pfFunction = reinterpret_cast<RTS_VOID_FCTPTR>(wide.pfPutBlock);
+    }
+}
+
 RTS_RESULT ExportFunctions() {
     if (s_pfRegisterAPI == nullptr)
         return ERR_NOT_INITIALIZED;
@@ -146,5 +157,6 @@ extern "C" RTS_RESULT CmpMemPoolEntry(ComponentInitStruct *pInitStruct) {
     pInitStruct->pfDeleteInstance = nullptr;
     s_pfRegisterAPI = pInitStruct->pfCMRegisterAPI;
     s_pfGetAPI2 = pInitStruct->pfCMGetAPI2;
+    ChooseBlockFunctions();
     return ERR_OK;
 }

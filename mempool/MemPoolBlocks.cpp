@@ -1,11 +1,19 @@
 // Blocks of the pools of equal blocks: hand-out and return through the free list, the used list
 // that tracks blocks a user wants to find again, and the searches and walks over it.
-// Get and put are the hot paths: they check each argument once and lock through inline helpers.
+// Get and put are the hot paths, built from the templates of MemPoolInternal.h.
 #include "MemPoolInternal.h"
 
 using namespace kestrel::mempool;
 
 namespace {
+
+__attribute__((noinline)) void *GetBlockLockedNarrow(Pcb *pcb, RTS_RESULT *pResult) {
+    return GetBlockLocked<16>(pcb, pResult);
+}
+
+__attribute__((noinline)) RTS_RESULT PutBlockOutOfLineNarrow(Pcb *pcb, void *pBlock) {
+    return PutBlockOutOfLine<16>(pcb, pBlock);
+}
 
 // Pool of a block as recorded in its header, or null for a null payload or an unowned block.
 inline Pcb *PoolOfBlock(void *pBlock) {
@@ -46,61 +54,34 @@ bool RemoveUsed(Pcb *pcb, MEMPOOL_BLOCK *pHeader) {
     return bFound;
 }
 
-// The free-list part of MemPoolGetBlock, under the pool lock when there is one to take. The
-// block's link keeps its stale value.
-inline void *TakeFreeBlock(Pcb *pcb, RTS_RESULT *pResult) {
-    MEMPOOL_BLOCK *pHeader = pcb->pFreeList;
-    if (KESTREL_UNLIKELY(pHeader == nullptr)) {
-        SetResult(pResult, ERR_INVALID_POOL);
-        return nullptr;
-    }
-    pcb->pFreeList = pHeader->pNext;
-    pHeader->pPool = PoolPtr(pcb);
-    SetResult(pResult, ERR_OK);
-    return FillPayload(PayloadOf(pHeader), 0, BlockSizeOf(pcb));
-}
+} // namespace
 
-// The free-list part of MemPoolPutBlock. The block stays owned by its pool and is not taken off
-// the used list: callers remove it first, since both lists share the link.
-inline void ReturnBlock(Pcb *pcb, void *pBlock) {
-    MEMPOOL_BLOCK *pHeader = HeaderOf(pBlock);
-    pHeader->pNext = pcb->pFreeList;
-    pcb->pFreeList = pHeader;
-    FillPayload(pBlock, kFillFree, BlockSizeOf(pcb));
-}
+namespace kestrel::mempool {
 
-// Get and put when the lock calls a service: kept out of line, so that the paths without a lock
-// service need no call at all. The result is set before the unlock, so that only the block has to
-// be kept across that call.
-__attribute__((noinline)) void *GetBlockLocked(Pcb *pcb, RTS_RESULT *pResult) {
+MEMPOOL_BLOCK *TakeFreeHeaderLocked(Pcb *pcb, RTS_RESULT *pResult) {
     if (pcb == nullptr) {
         SetResult(pResult, ERR_INVALID_POOL);
         return nullptr;
     }
     LockPcb(pcb);
-    void *pPayload = TakeFreeBlock(pcb, pResult);
+    MEMPOOL_BLOCK *pHeader = TakeFreeHeader(pcb, pResult);
     UnlockPcb(pcb);
-    return pPayload;
+    return pHeader;
 }
 
-__attribute__((noinline)) RTS_RESULT PutBlockLocked(Pcb *pcb, void *pBlock) {
+RTS_RESULT LinkFreeBlockLocked(Pcb *pcb, void *pBlock) {
     LockPcb(pcb);
-    ReturnBlock(pcb, pBlock);
+    LinkFreeBlock(pcb, pBlock);
     UnlockPcb(pcb);
     return ERR_OK;
 }
 
-} // namespace
+} // namespace kestrel::mempool
 
 extern "C" {
 
-// Get and put ignore the lock's result; when locking would call nothing (component not ready, or
-// no lock service) it would only answer 3 or 12, so these paths skip it and stay free of calls.
 void *MemPoolGetBlock(RTS_HANDLE hMemPool, RTS_RESULT *pResult) {
-    Pcb *pcb = PcbOf(hMemPool);
-    if (KESTREL_LIKELY(pcb != nullptr && !g_state.bLockCalls))
-        return TakeFreeBlock(pcb, pResult);
-    return GetBlockLocked(pcb, pResult);
+    return GetBlock<16, GetBlockLockedNarrow>(hMemPool, pResult);
 }
 
 void *MemPoolGetBlock2(RTS_HANDLE hMemPool, RTS_UI32 ulNumBlocksIgnored, const char *pszComponentName,
@@ -119,14 +100,7 @@ void *MemPoolGetBlock2(RTS_HANDLE hMemPool, RTS_UI32 ulNumBlocksIgnored, const c
 }
 
 RTS_RESULT MemPoolPutBlock(void *pBlock) {
-    Pcb *pcb = PoolOfBlock(pBlock);
-    if (KESTREL_UNLIKELY(pcb == nullptr))
-        return ERR_PARAMETER;
-    if (KESTREL_LIKELY(!g_state.bLockCalls)) {
-        ReturnBlock(pcb, pBlock);
-        return ERR_OK;
-    }
-    return PutBlockLocked(pcb, pBlock);
+    return PutBlock<16, PutBlockOutOfLineNarrow>(pBlock);
 }
 
 RTS_RESULT MemPoolAddUsedBlock(void *pBlock) {

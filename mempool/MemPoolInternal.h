@@ -116,18 +116,45 @@ inline MEMPOOL_BLOCK *BlockAt(void *p) {
 
 // Fills n bytes with one byte value. Payloads of 4 to 64 bytes, the usual sizes, are filled in
 // line with a few overlapping stores, which is much cheaper than a call of memset for every block
-// handed out or returned.
+// handed out or returned. Width is the widest store the code may use, 16 or 32 bytes: get and put
+// spend most of their time on stores, and a 64-byte payload takes two 32-byte ones instead of four.
 // Returns pPayload, so that a caller may end with it.
-typedef unsigned char FillVector __attribute__((vector_size(16)));
-inline void *FillPayload(void *pPayload, unsigned char value, RTS_SIZE n) {
+// The vectors are stored through unaligned, aliasing views rather than memcpy from a local, which
+// would ask for an aligned stack slot (and a frame to align it) in the 32-byte form.
+typedef unsigned char FillVector16 __attribute__((vector_size(16)));
+typedef unsigned char FillVector32 __attribute__((vector_size(32)));
+// Payload sizes that FillPayload fills without calling memset.
+inline bool FillsInLine(RTS_SIZE n) {
+    return n >= 4 && n <= 64;
+}
+template <typename Vector> __attribute__((always_inline)) inline void StoreVector(unsigned char *p, Vector v) {
+    typedef Vector Unaligned __attribute__((aligned(1), may_alias));
+    *reinterpret_cast<Unaligned *>(p) = v;
+}
+template <unsigned Width = 16>
+__attribute__((always_inline)) inline void *FillPayload(void *pPayload, unsigned char value, RTS_SIZE n) {
+    static_assert(Width == 16 || Width == 32);
     auto *p = static_cast<unsigned char *>(pPayload);
-    if (KESTREL_LIKELY(n >= 16 && n <= 64)) {
-        const FillVector pattern = value + FillVector{};
-        std::memcpy(p, &pattern, 16);
-        std::memcpy(p + n - 16, &pattern, 16);
+    if constexpr (Width == 32) {
+        if (KESTREL_LIKELY(n >= 32 && n <= 64)) {
+            const FillVector32 pattern = value + FillVector32{};
+            StoreVector(p, pattern);
+            StoreVector(p + n - 32, pattern);
+            return p;
+        }
+        if (n >= 16 && n < 32) {
+            const FillVector16 pattern = value + FillVector16{};
+            StoreVector(p, pattern);
+            StoreVector(p + n - 16, pattern);
+            return p;
+        }
+    } else if (KESTREL_LIKELY(n >= 16 && n <= 64)) {
+        const FillVector16 pattern = value + FillVector16{};
+        StoreVector(p, pattern);
+        StoreVector(p + n - 16, pattern);
         if (n > 32) {
-            std::memcpy(p + 16, &pattern, 16);
-            std::memcpy(p + n - 32, &pattern, 16);
+            StoreVector(p + 16, pattern);
+            StoreVector(p + n - 32, pattern);
         }
         return p;
     }
@@ -185,5 +212,94 @@ void UpdateLockModes();
 // Lays out n blocks of payload size s from pFirst on, all owned by pPool and chained in address
 // order; returns the last header, or null when nothing was laid out.
 MEMPOOL_BLOCK *LayOutBlocks(void *pFirst, RTS_SIZE n, RTS_SIZE s, MEMPOOL_PCB *pPool);
+
+// ---- MemPoolGetBlock and MemPoolPutBlock ---------------------------------------------------------
+// Both exist twice: as the C functions of those names, filling with 16-byte stores, and compiled
+// for 32-byte stores on processors that have them (cpu/<family>/MemPoolWide.cpp), which is what
+// the export table then offers under the same names. Both are built from these templates.
+
+// The free-list parts, for a checked pool and block; no lock is taken. A block taken keeps its
+// stale link. A block returned stays owned by its pool and is not taken off the used list: callers
+// remove it first, since both lists share the link.
+__attribute__((always_inline)) inline MEMPOOL_BLOCK *TakeFreeHeader(Pcb *pcb, RTS_RESULT *pResult) {
+    MEMPOOL_BLOCK *pHeader = pcb->pFreeList;
+    if (KESTREL_UNLIKELY(pHeader == nullptr)) {
+        SetResult(pResult, ERR_INVALID_POOL);
+        return nullptr;
+    }
+    pcb->pFreeList = pHeader->pNext;
+    pHeader->pPool = PoolPtr(pcb);
+    SetResult(pResult, ERR_OK);
+    return pHeader;
+}
+
+__attribute__((always_inline)) inline void LinkFreeBlock(Pcb *pcb, void *pBlock) {
+    MEMPOOL_BLOCK *pHeader = HeaderOf(pBlock);
+    pHeader->pNext = pcb->pFreeList;
+    pcb->pFreeList = pHeader;
+}
+
+// The same under the pool lock (whose result is ignored), kept out of line so that the paths
+// without a lock service need no call at all. They leave the fills to their callers: a block is
+// the caller's alone from the moment it is off the free list until it is back on it, so get zeroes
+// it after the unlock and put fills it before the lock. That keeps the lock held only for the few
+// stores of the list itself, and keeps the locked parts free of vector code.
+MEMPOOL_BLOCK *TakeFreeHeaderLocked(Pcb *pcb, RTS_RESULT *pResult);
+RTS_RESULT LinkFreeBlockLocked(Pcb *pcb, void *pBlock);
+
+// The bodies of MemPoolGetBlock and MemPoolPutBlock. Both skip the lock when it would call nothing
+// (component not ready, or no lock service): it would only answer 3 or 12. Get goes on to its
+// locked form with a jump, so that the path without the lock calls nothing at all.
+template <unsigned Width> __attribute__((always_inline)) inline void *GetBlockLocked(Pcb *pcb, RTS_RESULT *pResult) {
+    MEMPOOL_BLOCK *pHeader = TakeFreeHeaderLocked(pcb, pResult);
+    if (KESTREL_UNLIKELY(pHeader == nullptr))
+        return nullptr;
+    return FillPayload<Width>(PayloadOf(pHeader), 0, BlockSizeOf(PcbOf(pHeader->pPool)));
+}
+
+template <unsigned Width, void *(*GetBlockLockedOutOfLine)(Pcb *, RTS_RESULT *)>
+__attribute__((always_inline)) inline void *GetBlock(RTS_HANDLE hMemPool, RTS_RESULT *pResult) {
+    Pcb *pcb = PcbOf(hMemPool);
+    if (KESTREL_UNLIKELY(pcb == nullptr || g_state.bLockCalls))
+        return GetBlockLockedOutOfLine(pcb, pResult);
+    MEMPOOL_BLOCK *pHeader = TakeFreeHeader(pcb, pResult);
+    if (KESTREL_UNLIKELY(pHeader == nullptr))
+        return nullptr;
+    return FillPayload<Width>(PayloadOf(pHeader), 0, BlockSizeOf(pcb));
+}
+
+// Put fills in line only the payload sizes that need no call of memset, and goes on to its
+// out-of-line form for the others and for the lock, with a jump: the usual path calls nothing.
+template <unsigned Width> __attribute__((always_inline)) inline RTS_RESULT PutBlockOutOfLine(Pcb *pcb, void *pBlock) {
+    FillPayload<Width>(pBlock, kFillFree, BlockSizeOf(pcb));
+    if (!g_state.bLockCalls) {
+        LinkFreeBlock(pcb, pBlock);
+        return ERR_OK;
+    }
+    return LinkFreeBlockLocked(pcb, pBlock);
+}
+
+template <unsigned Width, RTS_RESULT (*PutBlockOutOfLine)(Pcb *, void *)>
+__attribute__((always_inline)) inline RTS_RESULT PutBlock(void *pBlock) {
+    if (KESTREL_UNLIKELY(pBlock == nullptr))
+        return ERR_PARAMETER;
+    Pcb *pcb = PcbOf(HeaderOf(pBlock)->pPool);
+    if (KESTREL_UNLIKELY(pcb == nullptr))
+        return ERR_PARAMETER;
+    const RTS_SIZE s = BlockSizeOf(pcb);
+    if (KESTREL_UNLIKELY(g_state.bLockCalls || !FillsInLine(s)))
+        return PutBlockOutOfLine(pcb, pBlock);
+    FillPayload<Width>(pBlock, kFillFree, s);
+    LinkFreeBlock(pcb, pBlock);
+    return ERR_OK;
+}
+
+// The 32-byte forms: null where the processor has no such stores, so that the export table keeps
+// MemPoolGetBlock and MemPoolPutBlock themselves. Asked for once, when the component is entered.
+struct WideBlockFunctions {
+    decltype(&::MemPoolGetBlock) pfGetBlock;
+    decltype(&::MemPoolPutBlock) pfPutBlock;
+};
+WideBlockFunctions GetWideBlockFunctions();
 
 } // namespace kestrel::mempool

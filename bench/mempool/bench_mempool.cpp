@@ -1,7 +1,9 @@
 // Benchmarks of CmpMemPool against general-purpose allocators doing the same work:
-//  - MemPoolGetBlock + MemPoolPutBlock of 64-byte blocks without a lock service, against glibc
+//  - MemPoolGetBlock + MemPoolPutBlock of 64-byte blocks without a lock service, called the way
+//    components call them (through the functions of the component's export table), against glibc
 //    malloc+free, mimalloc and std::pmr::unsynchronized_pool_resource, each zeroing the block
 //    after allocation and filling it with 0xAA before release, as the pool does;
+//  - the same through the C functions of those names, which a linked-in caller reaches;
 //  - the same with a lock service (spinlock or std::mutex behind SysSemEnter/SysSemLeave);
 //  - FixedBlocksPoolAlloc + FixedBlocksPoolFree of 64-byte blocks against
 //    std::pmr::unsynchronized_pool_resource, both filling the block with 0xAA on release.
@@ -52,6 +54,21 @@ bool LookUpGlibc() {
 
 std::map<std::string, RTS_VOID_FCTPTR> g_services;
 ComponentInitStruct g_init{};
+
+// The component's export table, as it registers it.
+const ExportEntry *g_exports = nullptr;
+RTS_RESULT BenchRegisterAPI(const void *pExpTable, RTS_VOID_FCTPTR, RTS_UI32, RTS_UI32) {
+    g_exports = static_cast<const ExportEntry *>(pExpTable);
+    return ERR_OK;
+}
+
+template <typename F> F Exported(const char *pszName) {
+    for (const ExportEntry *row = g_exports; row != nullptr && row->pszName != nullptr; ++row) {
+        if (std::strcmp(row->pszName, pszName) == 0)
+            return reinterpret_cast<F>(row->pfFunction);
+    }
+    return nullptr;
+}
 
 RTS_RESULT BenchGetAPI2(const char *name, RTS_VOID_FCTPTR *slot, RTS_UI32, RTS_UI32, RTS_UI32) {
     auto it = g_services.find(name);
@@ -124,7 +141,9 @@ template <typename F> RTS_VOID_FCTPTR Fn(F *f) {
 void StartComponent(LockKind kind) {
     if (g_init.pfHookFunction == nullptr) {
         g_init.pfCMGetAPI2 = &BenchGetAPI2;
+        g_init.pfCMRegisterAPI = &BenchRegisterAPI;
         CmpMemPoolEntry(&g_init);
+        g_init.pfExportFunctions();
     }
     g_init.pfHookFunction(CH_EXIT2, 0, 0);
     g_services.clear();
@@ -146,29 +165,53 @@ void StartComponent(LockKind kind) {
 
 // ---- Pools of equal blocks ----------------------------------------------------------------------
 
-void MemPoolGetPut(benchmark::State &state, LockKind kind) {
+enum class Caller { Imported, Linked };
+
+void MemPoolGetPut(benchmark::State &state, LockKind kind, Caller caller) {
     StartComponent(kind);
+    auto pfGetBlock = caller == Caller::Linked ? &MemPoolGetBlock : Exported<decltype(&MemPoolGetBlock)>("MemPoolGetBlock");
+    auto pfPutBlock = caller == Caller::Linked ? &MemPoolPutBlock : Exported<decltype(&MemPoolPutBlock)>("MemPoolPutBlock");
     RTS_HANDLE h = MemPoolCreateDynamic("Bench", 64, kBlock, nullptr);
-    if (h == RTS_INVALID_HANDLE) {
-        state.SkipWithError("pool not created");
+    if (h == RTS_INVALID_HANDLE || pfGetBlock == nullptr || pfPutBlock == nullptr) {
+        state.SkipWithError("pool not created or functions not exported");
         return;
     }
     for (auto _ : state) {
         RTS_RESULT result;
-        void *p = MemPoolGetBlock(h, &result);
+        void *p = pfGetBlock(h, &result);
         benchmark::DoNotOptimize(p);
-        MemPoolPutBlock(p);
+        pfPutBlock(p);
     }
     MemPoolDelete(h, "Bench");
 }
 void BM_MemPoolGetPut_NoLock(benchmark::State &state) {
-    MemPoolGetPut(state, LockKind::None);
+    MemPoolGetPut(state, LockKind::None, Caller::Imported);
+}
+void BM_MemPoolGetPut_NoLock_Linked(benchmark::State &state) {
+    MemPoolGetPut(state, LockKind::None, Caller::Linked);
 }
 void BM_MemPoolGetPut_SpinLock(benchmark::State &state) {
-    MemPoolGetPut(state, LockKind::Spin);
+    MemPoolGetPut(state, LockKind::Spin, Caller::Imported);
 }
 void BM_MemPoolGetPut_StdMutex(benchmark::State &state) {
-    MemPoolGetPut(state, LockKind::Mutex);
+    MemPoolGetPut(state, LockKind::Mutex, Caller::Imported);
+}
+
+// What the lock service alone costs get and put: two enter/leave pairs of the spinlock through
+// function pointers, as the pool calls them. glibc's allocator takes no lock on its per-thread
+// cache, so this is the floor of the locked pool's time that the peer does not pay.
+void BM_SpinLockTwoPairs(benchmark::State &state) {
+    RTS_RESULT result;
+    RTS_HANDLE h = SpinCreate(&result);
+    auto *volatile pfEnter = &SpinEnter;
+    auto *volatile pfLeave = &SpinLeave;
+    for (auto _ : state) {
+        pfEnter(h);
+        pfLeave(h);
+        pfEnter(h);
+        pfLeave(h);
+    }
+    SpinDelete(h);
 }
 
 // The peers zero the block after allocation and fill it with 0xAA before release, as the pool
@@ -228,11 +271,13 @@ void BM_PmrPool_FreeFill(benchmark::State &state) {
 }
 
 BENCHMARK(BM_MemPoolGetPut_NoLock);
+BENCHMARK(BM_MemPoolGetPut_NoLock_Linked);
 BENCHMARK(BM_GlibcMalloc_Fills);
 BENCHMARK(BM_Mimalloc_Fills);
 BENCHMARK(BM_PmrPool_Fills);
 BENCHMARK(BM_MemPoolGetPut_SpinLock);
 BENCHMARK(BM_MemPoolGetPut_StdMutex);
+BENCHMARK(BM_SpinLockTwoPairs);
 BENCHMARK(BM_FixedBlocksAllocFree);
 BENCHMARK(BM_PmrPool_FreeFill);
 
@@ -268,8 +313,10 @@ const Comparison kComparisons[] = {
     {"BM_MemPoolGetPut_NoLock", "BM_GlibcMalloc_Fills", 2.5},
     {"BM_MemPoolGetPut_NoLock", "BM_Mimalloc_Fills", 0},
     {"BM_MemPoolGetPut_NoLock", "BM_PmrPool_Fills", 0},
+    {"BM_MemPoolGetPut_NoLock_Linked", "BM_GlibcMalloc_Fills", 0},
     {"BM_MemPoolGetPut_SpinLock", "BM_GlibcMalloc_Fills", 1.0},
     {"BM_MemPoolGetPut_StdMutex", "BM_GlibcMalloc_Fills", 0},
+    {"BM_SpinLockTwoPairs", "BM_GlibcMalloc_Fills", 0},
     {"BM_FixedBlocksAllocFree", "BM_PmrPool_FreeFill", 3.0},
 };
 

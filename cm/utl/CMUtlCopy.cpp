@@ -6,6 +6,7 @@
 #include "CMUtlFormat.h"
 #include "CMUtlInternal.h"
 #include "CMUtlItf.h"
+#include "CMUtlWideScan.h"
 
 using kestrel::cmutl::BlockInOnePage;
 using kestrel::cmutl::BoundedLength;
@@ -31,28 +32,21 @@ bool IsNullArgList(const void *list, std::size_t size) {
 
 } // namespace
 
-extern "C" {
+namespace kestrel::cmutl {
 
-RTS_RESULT CMUtlSafeStrCpy2(char *pszDest, RTS_SIZE ulDestSize, const char *pszSrc, RTS_UI32 ulIgnored) {
-    (void)ulIgnored;
-    if (pszDest == nullptr || pszSrc == nullptr || ulDestSize == 0) {
-        return ERR_PARAMETER;
-    }
-    const auto *src = reinterpret_cast<const unsigned char *>(pszSrc);
-    auto *dest = reinterpret_cast<unsigned char *>(pszDest);
+RTS_RESULT SafeStrCpyFrom(unsigned char *dest, std::size_t size, const unsigned char *src, std::size_t i) {
     // The first bytes go in whole blocks while the destination has room for
     // them: one pass finds the terminator and copies. Names and keys end
     // within them.
     constexpr std::size_t kBlock = 16;
     constexpr std::size_t kBlockedPart = 32;
-    std::size_t i = 0;
-    while (i < kBlockedPart && i + kBlock <= ulDestSize && BlockInOnePage<kBlock>(src + i)) {
+    while (i < kBlockedPart && i + kBlock <= size && BlockInOnePage<kBlock>(src + i)) {
         unsigned char block[kBlock];
         LoadBlock(src + i, block);
         const unsigned k = FirstZero(block);
         if (k != kBlock) {
             CopySmall(dest + i, block, k + 1);
-            pszDest[ulDestSize - 1] = 0;
+            dest[size - 1] = 0;
             return ERR_OK;
         }
         std::memcpy(dest + i, block, kBlock);
@@ -62,12 +56,29 @@ RTS_RESULT CMUtlSafeStrCpy2(char *pszDest, RTS_SIZE ulDestSize, const char *pszS
     // the bytes up to the destination's end matter, either the terminator
     // lies among them or the copy is cut. memchr and memcpy are the C
     // library's widest loops for that.
-    const std::size_t rest = ulDestSize - i;
-    const std::size_t length = BoundedLength(pszSrc + i, rest);
+    const std::size_t rest = size - i;
+    const std::size_t length = BoundedLength(reinterpret_cast<const char *>(src + i), rest);
     const std::size_t n = length < rest ? length + 1 : rest;
     CopySmall(dest + i, src + i, n);
-    pszDest[ulDestSize - 1] = 0;
+    dest[size - 1] = 0;
     return length < rest ? ERR_OK : ERR_BUFFERSIZE;
+}
+
+} // namespace kestrel::cmutl
+
+extern "C" {
+
+RTS_RESULT CMUtlSafeStrCpy2(char *pszDest, RTS_SIZE ulDestSize, const char *pszSrc, RTS_UI32 ulIgnored) {
+    (void)ulIgnored;
+    if (pszDest == nullptr || pszSrc == nullptr || ulDestSize == 0) {
+        return ERR_PARAMETER;
+    }
+    auto *dest = reinterpret_cast<unsigned char *>(pszDest);
+    const auto *src = reinterpret_cast<const unsigned char *>(pszSrc);
+    if (kestrel::cmutl::g_bWideScan) {
+        return kestrel::cmutl::SafeStrCpyWide(dest, ulDestSize, src);
+    }
+    return kestrel::cmutl::SafeStrCpyFrom(dest, ulDestSize, src, 0);
 }
 
 RTS_RESULT CMUtlSafeStrCpy(char *pszDest, RTS_SIZE ulDestSize, const char *pszSrc) {

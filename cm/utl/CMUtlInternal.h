@@ -36,6 +36,15 @@ inline unsigned char ToUpper(unsigned char c) {
     return kToUpper[c];
 }
 
+// The outcome of a case-insensitive comparison at the first position where
+// the strings differ or one of them ends.
+inline int CaseVerdict(unsigned char ca, unsigned char cb) {
+    if (ca == 0 || cb == 0) {
+        return ca == cb ? 0 : (ca == 0 ? -1 : 1);
+    }
+    return ToLower(ca) - ToLower(cb);
+}
+
 // Length of a string known to be at most `limit` bytes long, or `limit` when
 // no terminator lies in the first `limit` bytes. memchr stops at the first
 // match, so it never reads past the terminator of a shorter string.

@@ -6,6 +6,7 @@
 #include "CMUtlBlock.h"
 #include "CMUtlInternal.h"
 #include "CMUtlItf.h"
+#include "CMUtlWideScan.h"
 
 using kestrel::cmutl::BlockMask;
 using kestrel::cmutl::CaseEvents;
@@ -13,18 +14,34 @@ using kestrel::cmutl::PageRoom;
 using kestrel::cmutl::ToLower;
 using kestrel::cmutl::ToUpper;
 
-namespace {
+using kestrel::cmutl::CaseVerdict;
 
-// The outcome of a case-insensitive comparison at the first position where
-// the strings differ or one of them ends.
-inline RTS_I32 Verdict(unsigned char ca, unsigned char cb) {
-    if (ca == 0 || cb == 0) {
-        return ca == cb ? 0 : (ca == 0 ? -1 : 1);
+namespace kestrel::cmutl {
+
+RTS_I32 StrICmpFrom(const unsigned char *a, const unsigned char *b, std::size_t i) {
+    constexpr std::size_t kStep = 16;
+    for (;;) {
+        // Whole blocks up to the nearer of the two page ends.
+        const std::size_t roomA = PageRoom(a + i);
+        const std::size_t roomB = PageRoom(b + i);
+        const std::size_t limit = i + (roomA < roomB ? roomA : roomB);
+        while (i + kStep <= limit) {
+            const BlockMask events = CaseEvents(a + i, b + i);
+            if (events.Any()) {
+                i += events.First();
+                return CaseVerdict(a[i], b[i]);
+            }
+            i += kStep;
+        }
+        // Across a page end a byte at a time.
+        if (a[i] == 0 || ToLower(a[i]) != ToLower(b[i])) {
+            return CaseVerdict(a[i], b[i]);
+        }
+        ++i;
     }
-    return ToLower(ca) - ToLower(cb);
 }
 
-} // namespace
+} // namespace kestrel::cmutl
 
 extern "C" {
 
@@ -71,29 +88,12 @@ RTS_I32 CMUtlStrICmp(const char *psz1, const char *psz2) {
     const auto *b = reinterpret_cast<const unsigned char *>(psz2);
     // Names looked up in a table mostly differ in their first byte.
     if (a[0] == 0 || ToLower(a[0]) != ToLower(b[0])) {
-        return Verdict(a[0], b[0]);
+        return CaseVerdict(a[0], b[0]);
     }
-    constexpr std::size_t kStep = 16;
-    std::size_t i = 0;
-    for (;;) {
-        // Whole blocks up to the nearer of the two page ends.
-        const std::size_t roomA = PageRoom(a + i);
-        const std::size_t roomB = PageRoom(b + i);
-        const std::size_t limit = i + (roomA < roomB ? roomA : roomB);
-        while (i + kStep <= limit) {
-            const BlockMask events = CaseEvents(a + i, b + i);
-            if (events.Any()) {
-                i += events.First();
-                return Verdict(a[i], b[i]);
-            }
-            i += kStep;
-        }
-        // Across a page end a byte at a time.
-        if (a[i] == 0 || ToLower(a[i]) != ToLower(b[i])) {
-            return Verdict(a[i], b[i]);
-        }
-        ++i;
+    if (kestrel::cmutl::g_bWideScan) {
+        return kestrel::cmutl::StrICmpWide(a, b);
     }
+    return kestrel::cmutl::StrICmpFrom(a, b, 0);
 }
 
 RTS_I32 CMUtlStrNICmp(const char *psz1, const char *psz2, RTS_SIZE n) {

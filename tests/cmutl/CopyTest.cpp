@@ -8,9 +8,13 @@
 #include <gtest/gtest.h>
 
 #include "CMUtlItf.h"
+#include "ScanForms.h"
 #include "TestBuffer.h"
 
 namespace {
+
+using SafeStrCpyForms = kestrel::test::ScanFormTest;
+KESTREL_FOR_EACH_SCAN_FORM(SafeStrCpyForms);
 
 using kestrel::test::kMarker;
 using kestrel::test::MarkedBuffer;
@@ -67,7 +71,7 @@ TEST(CMUtlSafeStrCpy, RejectsNullAndEmptyBuffers) {
     EXPECT_TRUE(dest.UntouchedFrom(0));
 }
 
-TEST(CMUtlSafeStrCpy, EveryLengthAgainstEverySize) {
+TEST_P(SafeStrCpyForms, EveryLengthAgainstEverySize) {
     // Short copies take other paths than long ones; every pairing of source
     // length and buffer size up to past the longest short path is checked
     // against the rule: min(length + 1, size) bytes, a terminator in the
@@ -77,7 +81,7 @@ TEST(CMUtlSafeStrCpy, EveryLengthAgainstEverySize) {
         const std::string source = alphabet.substr(0, length);
         for (RTS_SIZE size = 1; size <= 70; ++size) {
             MarkedBuffer<> dest;
-            const RTS_RESULT result = CMUtlSafeStrCpy(dest.get(), size, source.c_str());
+            const RTS_RESULT result = SafeStrCpy(dest.get(), size, source.c_str());
             const std::size_t copied = length + 1 < size ? length + 1 : size;
             ASSERT_EQ(result, length + 1 > size ? ERR_BUFFERSIZE : ERR_OK) << length << ' ' << size;
             ASSERT_EQ(std::memcmp(dest.get(), source.c_str(), copied - (copied == size ? 1 : 0)), 0);
@@ -89,7 +93,7 @@ TEST(CMUtlSafeStrCpy, EveryLengthAgainstEverySize) {
     }
 }
 
-TEST(CMUtlSafeStrCpy, SourcesAcrossPageBoundaries) {
+TEST_P(SafeStrCpyForms, SourcesAcrossPageBoundaries) {
     // Sources starting just before a page end take the careful path for
     // the bytes near the boundary; the copy must be the same.
     constexpr std::size_t kPage = 4096;
@@ -102,7 +106,7 @@ TEST(CMUtlSafeStrCpy, SourcesAcrossPageBoundaries) {
             std::memcpy(span + start, source.c_str(), length + 1);
             for (RTS_SIZE size : {RTS_SIZE{8}, RTS_SIZE{33}, RTS_SIZE{64}}) {
                 MarkedBuffer<> dest;
-                const RTS_RESULT result = CMUtlSafeStrCpy(dest.get(), size, span + start);
+                const RTS_RESULT result = SafeStrCpy(dest.get(), size, span + start);
                 ASSERT_EQ(result, length + 1 > size ? ERR_BUFFERSIZE : ERR_OK) << length << ' ' << start;
                 ASSERT_EQ(dest.Text(), source.substr(0, size - 1)) << length << ' ' << start << ' ' << size;
                 ASSERT_TRUE(dest.UntouchedFrom(size));
@@ -112,13 +116,13 @@ TEST(CMUtlSafeStrCpy, SourcesAcrossPageBoundaries) {
     ::operator delete (span, std::align_val_t{kPage});
 }
 
-TEST(CMUtlSafeStrCpy, SourcesAtTheEndOfTheirAllocation) {
+TEST_P(SafeStrCpyForms, SourcesAtTheEndOfTheirAllocation) {
     for (std::size_t length = 0; length < 70; ++length) {
         std::unique_ptr<char[]> source(new char[length + 1]);
         std::memset(source.get(), 'z', length);
         source[length] = 0;
         MarkedBuffer<> dest;
-        ASSERT_EQ(CMUtlSafeStrCpy(dest.get(), 80, source.get()), ERR_OK);
+        ASSERT_EQ(SafeStrCpy(dest.get(), 80, source.get()), ERR_OK);
         ASSERT_EQ(dest.Text(), std::string(length, 'z'));
     }
 }

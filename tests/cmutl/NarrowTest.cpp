@@ -13,8 +13,12 @@
 #include <gtest/gtest.h>
 
 #include "CMUtlItf.h"
+#include "ScanForms.h"
 
 namespace {
+
+using StrICmpForms = kestrel::test::ScanFormTest;
+KESTREL_FOR_EACH_SCAN_FORM(StrICmpForms);
 
 TEST(CMUtlStrrev, ReversesInPlace) {
     struct Row {
@@ -134,7 +138,7 @@ RTS_I32 ReferenceICmp(const std::string &a, const std::string &b) {
     return i == a.size() ? -1 : 1;
 }
 
-TEST(CMUtlStrICmp, AgreesWithByteWiseComparisonOnGeneratedStrings) {
+TEST_P(StrICmpForms, AgreesWithByteWiseComparisonOnGeneratedStrings) {
     // Few distinct letters and case pairs make long equal stretches, so the
     // word-at-a-time part sees matches, case differences and real ones at
     // every offset.
@@ -169,8 +173,8 @@ TEST(CMUtlStrICmp, AgreesWithByteWiseComparisonOnGeneratedStrings) {
         default:
             break;
         }
-        ASSERT_EQ(CMUtlStrICmp(a.c_str(), b.c_str()), ReferenceICmp(a, b)) << '"' << a << "\" \"" << b << '"';
-        ASSERT_EQ(CMUtlStrICmp(b.c_str(), a.c_str()), ReferenceICmp(b, a)) << '"' << b << "\" \"" << a << '"';
+        ASSERT_EQ(StrICmp(a.c_str(), b.c_str()), ReferenceICmp(a, b)) << '"' << a << "\" \"" << b << '"';
+        ASSERT_EQ(StrICmp(b.c_str(), a.c_str()), ReferenceICmp(b, a)) << '"' << b << "\" \"" << a << '"';
     }
 }
 
@@ -191,7 +195,7 @@ struct PageSpan {
     }
 };
 
-TEST(CMUtlStrICmp, StringsAcrossPageBoundaries) {
+TEST_P(StrICmpForms, StringsAcrossPageBoundaries) {
     // Every start within 40 bytes before a page end, for both strings and
     // several lengths: blocks near the boundary are compared a byte at a time.
     PageSpan spanA;
@@ -208,22 +212,22 @@ TEST(CMUtlStrICmp, StringsAcrossPageBoundaries) {
                 }
                 const char *pa = spanA.Place(startA, a);
                 const char *pb = spanB.Place(startB, b);
-                ASSERT_EQ(CMUtlStrICmp(pa, pb), 0) << length << ' ' << startA << ' ' << shift;
+                ASSERT_EQ(StrICmp(pa, pb), 0) << length << ' ' << startA << ' ' << shift;
                 if (length > 0) {
                     b[length - 1] = '~'; // differs in the last byte
                     pb = spanB.Place(startB, b);
-                    ASSERT_EQ(CMUtlStrICmp(pa, pb), ReferenceICmp(a, b)) << length << ' ' << startA << ' ' << shift;
+                    ASSERT_EQ(StrICmp(pa, pb), ReferenceICmp(a, b)) << length << ' ' << startA << ' ' << shift;
                     b.pop_back(); // b ends first
                     pb = spanB.Place(startB, b);
-                    ASSERT_EQ(CMUtlStrICmp(pa, pb), 1) << length << ' ' << startA << ' ' << shift;
-                    ASSERT_EQ(CMUtlStrICmp(pb, pa), -1) << length << ' ' << startA << ' ' << shift;
+                    ASSERT_EQ(StrICmp(pa, pb), 1) << length << ' ' << startA << ' ' << shift;
+                    ASSERT_EQ(StrICmp(pb, pa), -1) << length << ' ' << startA << ' ' << shift;
                 }
             }
         }
     }
 }
 
-TEST(CMUtlStrICmp, StringsAtTheEndOfTheirAllocation) {
+TEST_P(StrICmpForms, StringsAtTheEndOfTheirAllocation) {
     // Exactly sized heap blocks: a read past a terminator outside the
     // block readers would be reported by AddressSanitizer.
     for (std::size_t length = 0; length < 70; ++length) {
@@ -233,7 +237,7 @@ TEST(CMUtlStrICmp, StringsAtTheEndOfTheirAllocation) {
         std::memcpy(a.get(), text.c_str(), length + 1);
         std::transform(text.begin(), text.end(), text.begin(), [](char c) { return static_cast<char>(c - 32); });
         std::memcpy(b.get(), text.c_str(), length + 1);
-        ASSERT_EQ(CMUtlStrICmp(a.get(), b.get()), 0) << length;
+        ASSERT_EQ(StrICmp(a.get(), b.get()), 0) << length;
     }
 }
 

@@ -171,6 +171,18 @@ void MemPoolTest::StopComponent() {
     cm_.Hook(CH_EXIT2);
 }
 
+BlockFunctions BlockFunctionsFor(FakeCM &cm, BlockCaller caller) {
+    if (caller == BlockCaller::Linked)
+        return {&MemPoolGetBlock, &MemPoolPutBlock};
+    EXPECT_EQ(cm.CollectExports(), ERR_OK);
+    return {cm.ExportAs<void *(RTS_HANDLE, RTS_RESULT *)>("MemPoolGetBlock"),
+            cm.ExportAs<RTS_RESULT(void *)>("MemPoolPutBlock")};
+}
+
+std::string BlockCallerName(const ::testing::TestParamInfo<BlockCaller> &info) {
+    return info.param == BlockCaller::Linked ? "Linked" : "Imported";
+}
+
 MEMPOOL_PCB PcbCopy(RTS_HANDLE hPool) {
     MEMPOOL_PCB pcb;
     std::memcpy(&pcb, hPool, sizeof pcb);

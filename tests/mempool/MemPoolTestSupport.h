@@ -89,6 +89,20 @@ class MemPoolTest : public ::testing::Test {
     kestrel::test::FakeCM cm_;
 };
 
+// How a test reaches MemPoolGetBlock and MemPoolPutBlock: as the C functions that a linked-in
+// caller calls, or as the component's export table offers them to every other component (forms
+// compiled for the processor, where it has wider stores). Both must behave alike in every way.
+enum class BlockCaller { Linked, Imported };
+struct BlockFunctions {
+    decltype(&MemPoolGetBlock) pfGet;
+    decltype(&MemPoolPutBlock) pfPut;
+};
+BlockFunctions BlockFunctionsFor(FakeCM &cm, BlockCaller caller);
+std::string BlockCallerName(const ::testing::TestParamInfo<BlockCaller> &info);
+#define KESTREL_FOR_EACH_BLOCK_CALLER(Fixture)                                                                         \
+    INSTANTIATE_TEST_SUITE_P(Callers, Fixture, ::testing::Values(BlockCaller::Linked, BlockCaller::Imported),          \
+                             BlockCallerName)
+
 // Copies of pool structures read byte-wise, so that tests never assume the alignment of a control
 // block (a static pool of block size 0 keeps it where the caller's area starts).
 MEMPOOL_PCB PcbCopy(RTS_HANDLE hPool);

@@ -1,6 +1,7 @@
 // The component frame of CmpMemPool: the entry record, the export table, the imports resolved at
 // hook 1 and dropped at hook 15, and how the pools behave before the component is ready (the
 // component manager uses them that early).
+#include "MemPoolInternal.h"
 #include "MemPoolTestSupport.h"
 
 namespace kestrel::test::mempool {
@@ -64,14 +65,24 @@ const ExportRow kExpectedExports[] = {
 };
 #undef EXPORT_ROW
 
+// Where the processor has wider stores, the table offers MemPoolGetBlock and MemPoolPutBlock in the
+// forms compiled for them; everything else is the C function of the name.
 TEST_F(ComponentTest, ExportsEveryFunctionByItsNameAsCTable) {
     ASSERT_EQ(cm_.CollectExports(), ERR_OK);
     EXPECT_TRUE(cm_.IecExports().empty());
     EXPECT_EQ(cm_.Exports().size(), std::size(kExpectedExports));
+    const kestrel::mempool::WideBlockFunctions wide = kestrel::mempool::GetWideBlockFunctions();
+    EXPECT_EQ(wide.pfGetBlock == nullptr, wide.pfPutBlock == nullptr);
+    const std::map<std::string, RTS_VOID_FCTPTR> replaced = {
+        {"MemPoolGetBlock", reinterpret_cast<RTS_VOID_FCTPTR>(wide.pfGetBlock)},
+        {"MemPoolPutBlock", reinterpret_cast<RTS_VOID_FCTPTR>(wide.pfPutBlock)},
+    };
     for (const ExportRow &row : kExpectedExports) {
         auto it = cm_.Exports().find(row.name);
         ASSERT_NE(it, cm_.Exports().end()) << row.name;
-        EXPECT_EQ(it->second.pfFunction, row.fn) << row.name;
+        auto wideForm = replaced.find(row.name);
+        const bool bWide = wideForm != replaced.end() && wideForm->second != nullptr;
+        EXPECT_EQ(it->second.pfFunction, bWide ? wideForm->second : row.fn) << row.name;
         EXPECT_EQ(it->second.ulSignature, 0u) << row.name;
         EXPECT_EQ(it->second.ulVersion, 0u) << row.name;
     }

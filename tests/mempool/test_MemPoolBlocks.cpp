@@ -33,7 +33,53 @@ class BlocksTest : public MemPoolTest {
     RTS_HANDLE other_ = RTS_INVALID_HANDLE;
 };
 
-TEST_F(BlocksTest, GetZeroesThePayloadAndKeepsTheStaleLink) {
+// Hand-out and return, once through the C functions and once through the export table.
+class GetPutTest : public BlocksTest, public ::testing::WithParamInterface<BlockCaller> {
+  protected:
+    void SetUp() override {
+        BlocksTest::SetUp();
+        calls_ = BlockFunctionsFor(cm_, GetParam());
+        ASSERT_NE(calls_.pfGet, nullptr);
+        ASSERT_NE(calls_.pfPut, nullptr);
+    }
+    void *Get() {
+        RTS_RESULT result = ERR_FAILED;
+        void *p = calls_.pfGet(pool_, &result);
+        EXPECT_EQ(result, ERR_OK);
+        return p;
+    }
+
+    // Hand-out and return fill exactly the payload of a pool of this block size, and leave the
+    // neighbouring headers alone.
+    void CheckFillsOfOneSize(RTS_SIZE size) {
+        SCOPED_TRACE(size);
+        RTS_HANDLE h = MemPoolCreateDynamic("F", 3, size, nullptr);
+        ASSERT_NE(h, RTS_INVALID_HANDLE);
+        auto *first = static_cast<unsigned char *>(h) + MEMPOOL_PCB_SIZE;
+        std::vector<void *> blocks = Drain(h);
+        ASSERT_EQ(blocks.size(), 3u);
+        const RTS_SIZE s = Aligned(size);
+        auto *middle = static_cast<unsigned char *>(blocks[1]);
+        std::memset(middle, 0x11, s);
+        ASSERT_EQ(calls_.pfPut(middle), ERR_OK);
+        EXPECT_TRUE(AllBytes(middle, s, 0xAA));
+        // The headers around the block are untouched: the next header's words are intact.
+        auto *next = reinterpret_cast<MEMPOOL_BLOCK *>(first + 2 * Stride(size));
+        EXPECT_EQ(next->pPool, static_cast<MEMPOOL_PCB *>(h));
+        EXPECT_EQ(next->ulReserved, 0u);
+        EXPECT_EQ(HeaderOf(middle)->pPool, static_cast<MEMPOOL_PCB *>(h));
+        ASSERT_EQ(calls_.pfGet(h, nullptr), middle);
+        EXPECT_TRUE(AllBytes(middle, s, 0));
+        EXPECT_EQ(next->pPool, static_cast<MEMPOOL_PCB *>(h));
+        EXPECT_EQ(next->ulReserved, 0u);
+        EXPECT_EQ(MemPoolDelete(h, "F"), ERR_OK);
+    }
+
+    BlockFunctions calls_{};
+};
+KESTREL_FOR_EACH_BLOCK_CALLER(GetPutTest);
+
+TEST_P(GetPutTest, GetZeroesThePayloadAndKeepsTheStaleLink) {
     MEMPOOL_BLOCK *head = PcbCopy(pool_).pFreeList;
     MEMPOOL_BLOCK *second = head->pNext;
     std::memset(reinterpret_cast<unsigned char *>(head) + MEMPOOL_BLOCK_HEADER_SIZE, 0x33, Aligned(20));
@@ -47,28 +93,29 @@ TEST_F(BlocksTest, GetZeroesThePayloadAndKeepsTheStaleLink) {
     EXPECT_EQ(g_rec.SemDepthTotal(), 0);
 }
 
-TEST_F(BlocksTest, ExhaustedOrInvalidPoolGivesNothing) {
+TEST_P(GetPutTest, ExhaustedOrInvalidPoolGivesNothing) {
     EXPECT_EQ(Drain(pool_).size(), 6u);
     RTS_RESULT result = ERR_OK;
-    EXPECT_EQ(MemPoolGetBlock(pool_, &result), nullptr);
+    EXPECT_EQ(calls_.pfGet(pool_, &result), nullptr);
     EXPECT_EQ(result, ERR_INVALID_POOL);
     for (RTS_HANDLE bad : {RTS_HANDLE{nullptr}, RTS_INVALID_HANDLE}) {
         result = ERR_OK;
-        EXPECT_EQ(MemPoolGetBlock(bad, &result), nullptr);
+        EXPECT_EQ(calls_.pfGet(bad, &result), nullptr);
         EXPECT_EQ(result, ERR_INVALID_POOL);
     }
-    EXPECT_EQ(MemPoolGetBlock(pool_, nullptr), nullptr);
+    EXPECT_EQ(calls_.pfGet(pool_, nullptr), nullptr);
+    EXPECT_EQ(calls_.pfGet(nullptr, nullptr), nullptr);
 }
 
-TEST_F(BlocksTest, PutFillsAndPushesOnTheFreeList) {
+TEST_P(GetPutTest, PutFillsAndPushesOnTheFreeList) {
     void *a = Get();
     void *b = Get();
     std::memset(a, 0x11, Aligned(20));
-    EXPECT_EQ(MemPoolPutBlock(a), ERR_OK);
+    EXPECT_EQ(calls_.pfPut(a), ERR_OK);
     EXPECT_TRUE(AllBytes(a, Aligned(20), 0xAA));
     EXPECT_EQ(HeaderOf(a)->pPool, static_cast<MEMPOOL_PCB *>(pool_));
     EXPECT_EQ(PcbCopy(pool_).pFreeList, HeaderOf(a));
-    EXPECT_EQ(MemPoolPutBlock(b), ERR_OK);
+    EXPECT_EQ(calls_.pfPut(b), ERR_OK);
     EXPECT_EQ(HeaderOf(b)->pNext, HeaderOf(a));
     // Last in, first out.
     EXPECT_EQ(Get(), b);
@@ -76,13 +123,13 @@ TEST_F(BlocksTest, PutFillsAndPushesOnTheFreeList) {
     EXPECT_EQ(g_rec.SemDepthTotal(), 0);
 }
 
-TEST_F(BlocksTest, PutAndUsedListRejectBadBlocks) {
+TEST_P(GetPutTest, PutAndUsedListRejectBadBlocks) {
     // A header whose pool is null, as a block of no pool would look.
     alignas(8) unsigned char orphan[MEMPOOL_BLOCK_HEADER_SIZE + 16] = {};
     void *stray = orphan + MEMPOOL_BLOCK_HEADER_SIZE;
     void *good = Get();
     const std::vector<std::pair<const char *, std::function<RTS_RESULT(void *)>>> calls = {
-        {"PutBlock", MemPoolPutBlock},
+        {"PutBlock", calls_.pfPut},
         {"AddUsedBlock", MemPoolAddUsedBlock},
         {"AppendUsedBlock", MemPoolAppendUsedBlock},
         {"RemoveUsedBlock", MemPoolRemoveUsedBlock},
@@ -244,29 +291,13 @@ TEST_F(BlocksTest, LockBlockAnswersZeroWhateverTheLockSays) {
 
 // Hand-out and return fill exactly the payload, for every block size (the fills take different
 // routes for small, medium and large payloads), and leave the neighbouring headers alone.
-TEST_F(BlocksTest, FillsCoverExactlyThePayloadForEverySize) {
-    for (RTS_SIZE size = 1; size <= 136; size += (size < 72 ? 1 : 7)) {
-        SCOPED_TRACE(size);
-        RTS_HANDLE h = MemPoolCreateDynamic("F", 3, size, nullptr);
-        ASSERT_NE(h, RTS_INVALID_HANDLE);
-        auto *first = static_cast<unsigned char *>(h) + MEMPOOL_PCB_SIZE;
-        std::vector<void *> blocks = Drain(h);
-        ASSERT_EQ(blocks.size(), 3u);
-        const RTS_SIZE s = Aligned(size);
-        auto *middle = static_cast<unsigned char *>(blocks[1]);
-        std::memset(middle, 0x11, s);
-        ASSERT_EQ(MemPoolPutBlock(middle), ERR_OK);
-        EXPECT_TRUE(AllBytes(middle, s, 0xAA));
-        // The headers around the block are untouched: the next header's words are intact.
-        auto *next = reinterpret_cast<MEMPOOL_BLOCK *>(first + 2 * Stride(size));
-        EXPECT_EQ(next->pPool, static_cast<MEMPOOL_PCB *>(h));
-        EXPECT_EQ(next->ulReserved, 0u);
-        EXPECT_EQ(HeaderOf(middle)->pPool, static_cast<MEMPOOL_PCB *>(h));
-        ASSERT_EQ(MemPoolGetBlock(h, nullptr), middle);
-        EXPECT_TRUE(AllBytes(middle, s, 0));
-        EXPECT_EQ(next->pPool, static_cast<MEMPOOL_PCB *>(h));
-        EXPECT_EQ(next->ulReserved, 0u);
-        EXPECT_EQ(MemPoolDelete(h, "F"), ERR_OK);
+TEST_P(GetPutTest, FillsCoverExactlyThePayloadForEverySize) {
+    // Without a lock service get and put fill in line; with one, out of line.
+    for (const Services &services : {NoLockService(), Services{}}) {
+        SCOPED_TRACE(services.bSemaphores ? "with semaphores" : "without a lock service");
+        Restart(services);
+        for (RTS_SIZE size = 1; size <= 136; size += (size < 72 ? 1 : 7))
+            CheckFillsOfOneSize(size);
     }
 }
 

@@ -18,7 +18,21 @@ struct LockRow {
     RTS_RESULT lockResult;  // of MemPoolLock with the doubles answering 0
 };
 
-TEST_F(LockTest, LockObjectAndDelegationFollowTheServices) {
+// Get and put lock alike whether called as C functions or through the export table.
+class GetPutLockTest : public LockTest, public ::testing::WithParamInterface<BlockCaller> {
+  protected:
+    void SetUp() override {
+        LockTest::SetUp();
+        calls_ = BlockFunctionsFor(cm_, GetParam());
+        ASSERT_NE(calls_.pfGet, nullptr);
+        ASSERT_NE(calls_.pfPut, nullptr);
+    }
+
+    BlockFunctions calls_{};
+};
+KESTREL_FOR_EACH_BLOCK_CALLER(GetPutLockTest);
+
+TEST_P(GetPutLockTest, LockObjectAndDelegationFollowTheServices) {
     const LockRow rows[] = {
         {"semaphores", Services{}, FakeSemHandle(1), ERR_OK},
         {"semaphores and interrupts", Services{true, true, true, true}, FakeSemHandle(1), ERR_OK},
@@ -38,9 +52,9 @@ TEST_F(LockTest, LockObjectAndDelegationFollowTheServices) {
         EXPECT_EQ(PcbCopy(h).hSem, row.expectedSem);
         EXPECT_EQ(MemPoolLock(h), row.lockResult);
         EXPECT_EQ(MemPoolUnlock(h), row.lockResult);
-        void *p = MemPoolGetBlock(h, nullptr);
+        void *p = calls_.pfGet(h, nullptr);
         ASSERT_NE(p, nullptr);
-        EXPECT_EQ(MemPoolPutBlock(p), ERR_OK);
+        EXPECT_EQ(calls_.pfPut(p), ERR_OK);
         if (row.services.bSemaphores) {
             EXPECT_EQ(g_rec.semTrace, (std::vector<std::string>{"create 1", "enter 1", "leave 1", "enter 1", "leave 1",
                                                                 "enter 1", "leave 1"}));
@@ -59,7 +73,7 @@ TEST_F(LockTest, LockObjectAndDelegationFollowTheServices) {
 
 // Lock and unlock choose their service each on its own: a semaphore service without its leave
 // function unlocks through the interrupt lock.
-TEST_F(LockTest, LockAndUnlockChooseTheirServicesSeparately) {
+TEST_P(GetPutLockTest, LockAndUnlockChooseTheirServicesSeparately) {
     Restart(Services{true, true, true, true});
     alignas(8) unsigned char area[MEMPOOL_STATIC_AREA_SIZE(16, 2)];
     RTS_HANDLE h = MemPoolCreateStatic(16, sizeof area, area, nullptr);
@@ -78,9 +92,9 @@ TEST_F(LockTest, LockAndUnlockChooseTheirServicesSeparately) {
     EXPECT_EQ(MemPoolLock(h), ERR_OK);
     EXPECT_EQ(MemPoolUnlock(h), ERR_NOTIMPLEMENTED);
     // Get and put still work, locking what there is to lock.
-    void *p = MemPoolGetBlock(h, nullptr);
+    void *p = calls_.pfGet(h, nullptr);
     ASSERT_NE(p, nullptr);
-    EXPECT_EQ(MemPoolPutBlock(p), ERR_OK);
+    EXPECT_EQ(calls_.pfPut(p), ERR_OK);
     EXPECT_EQ(g_rec.semTrace, (std::vector<std::string>{"enter 1", "enter 1", "enter 1", "enter 1"}));
 }
 
