@@ -5,17 +5,24 @@
 namespace kestrel::mempool {
 
 ComponentState g_state = {};
+LockCall g_lock = {LockMode::NotReady, nullptr};
+LockCall g_unlock = {LockMode::NotReady, nullptr};
 
 void UpdateLockModes() {
-    const auto mode = [](bool bSemaphore, bool bInterrupt) {
+    const auto call = [](RTS_VOID_FCTPTR pfSemaphore, RTS_VOID_FCTPTR pfInterrupt) {
         if (!g_state.bReady)
-            return LockMode::NotReady;
-        return bSemaphore ? LockMode::Semaphore : bInterrupt ? LockMode::Interrupt : LockMode::None;
+            return LockCall{LockMode::NotReady, nullptr};
+        if (pfSemaphore != nullptr)
+            return LockCall{LockMode::Semaphore, pfSemaphore};
+        if (pfInterrupt != nullptr)
+            return LockCall{LockMode::Interrupt, pfInterrupt};
+        return LockCall{LockMode::None, nullptr};
     };
-    g_state.lockMode = mode(ImportedSysSemEnter() != nullptr, ImportedSysIntDisableAll() != nullptr);
-    g_state.unlockMode = mode(ImportedSysSemLeave() != nullptr, ImportedSysIntEnableAll() != nullptr);
-    const auto calls = [](LockMode m) { return m == LockMode::Semaphore || m == LockMode::Interrupt; };
-    g_state.bLockCalls = calls(g_state.lockMode) || calls(g_state.unlockMode);
+    const auto slot = [](Import i) { return g_state.slots[static_cast<unsigned>(i)]; };
+    g_lock = call(slot(Import::SysSemEnter), slot(Import::SysIntDisableAll));
+    g_unlock = call(slot(Import::SysSemLeave), slot(Import::SysIntEnableAll));
+    const auto calls = [](const LockCall &c) { return c.mode == LockMode::Semaphore || c.mode == LockMode::Interrupt; };
+    g_state.bLockCalls = calls(g_lock) || calls(g_unlock);
 }
 
 namespace {

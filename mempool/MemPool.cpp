@@ -214,14 +214,14 @@ RTS_RESULT MemPoolDeleteSyncObject(RTS_HANDLE hMemPool) {
 }
 
 RTS_RESULT MemPoolLock(RTS_HANDLE hMemPool) {
-    if (g_state.lockMode == LockMode::NotReady)
+    if (g_lock.mode == LockMode::NotReady)
         return ERR_NOT_INITIALIZED;
     Pcb *pcb = PcbOf(hMemPool);
     return pcb != nullptr ? LockPcb(pcb) : ERR_PARAMETER;
 }
 
 RTS_RESULT MemPoolUnlock(RTS_HANDLE hMemPool) {
-    if (g_state.unlockMode == LockMode::NotReady)
+    if (g_unlock.mode == LockMode::NotReady)
         return ERR_NOT_INITIALIZED;
     Pcb *pcb = PcbOf(hMemPool);
     return pcb != nullptr ? UnlockPcb(pcb) : ERR_PARAMETER;

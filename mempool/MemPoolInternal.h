@@ -51,10 +51,19 @@ struct ComponentState {
     RTS_VOID_FCTPTR slots[static_cast<unsigned>(Import::Count)];
     bool bReady;
     bool bLockCalls;
-    LockMode lockMode;
-    LockMode unlockMode;
 };
 extern ComponentState g_state;
+
+// Taking and releasing the pool lock: the mode and the service function that does it (SysSemEnter
+// or SysIntDisableAll, SysSemLeave or SysIntEnableAll), derived from the slots with the modes. They
+// are kept apart from the component state so that a locked path reads each with a load of its own
+// and keeps no pointer to the state across the call of the lock service.
+struct LockCall {
+    LockMode mode;
+    RTS_VOID_FCTPTR pfService;
+};
+extern LockCall g_lock;
+extern LockCall g_unlock;
 
 // Typed reads of the slots, one per import: ImportedLogAdd(), ImportedSysSemEnter(), ...
 #define KESTREL_MEMPOOL_IMPORT_ACCESSOR(name)                                                                          \
@@ -181,29 +190,23 @@ inline void SetResult(RTS_RESULT *pResult, RTS_RESULT result) {
 // Pool lock on a control block known to be valid: the semaphore service when present, else the
 // interrupt lock with the hSem word as its save area, else no lock service at all (12); before
 // hook 1 and after hook 15 the component is not ready (3).
-inline RTS_RESULT LockPcb(Pcb *pcb) {
-    switch (g_state.lockMode) {
+inline RTS_RESULT CallLock(const LockCall &call, Pcb *pcb) {
+    switch (call.mode) {
     case LockMode::Semaphore:
-        return ImportedSysSemEnter()(pcb->hSem);
+        return reinterpret_cast<decltype(&::SysSemEnter)>(call.pfService)(pcb->hSem);
     case LockMode::Interrupt:
-        return ImportedSysIntDisableAll()(&pcb->hSem);
+        return reinterpret_cast<decltype(&::SysIntDisableAll)>(call.pfService)(&pcb->hSem);
     case LockMode::None:
         return ERR_NOTIMPLEMENTED;
     default:
         return ERR_NOT_INITIALIZED;
     }
 }
+inline RTS_RESULT LockPcb(Pcb *pcb) {
+    return CallLock(g_lock, pcb);
+}
 inline RTS_RESULT UnlockPcb(Pcb *pcb) {
-    switch (g_state.unlockMode) {
-    case LockMode::Semaphore:
-        return ImportedSysSemLeave()(pcb->hSem);
-    case LockMode::Interrupt:
-        return ImportedSysIntEnableAll()(&pcb->hSem);
-    case LockMode::None:
-        return ERR_NOTIMPLEMENTED;
-    default:
-        return ERR_NOT_INITIALIZED;
-    }
+    return CallLock(g_unlock, pcb);
 }
 
 // Derives the lock modes from the ready flag and the slots; called whenever either changes.
@@ -269,7 +272,7 @@ __attribute__((always_inline)) inline void *GetBlock(RTS_HANDLE hMemPool, RTS_RE
 }
 
 // Put fills in line only the payload sizes that need no call of memset, and goes on to its
-// out-of-line form for the others and for the lock, with a jump: the usual path calls nothing.
+// out-of-line form for the others, with a jump; the locked link is a jump, too.
 template <unsigned Width> __attribute__((always_inline)) inline RTS_RESULT PutBlockOutOfLine(Pcb *pcb, void *pBlock) {
     FillPayload<Width>(pBlock, kFillFree, BlockSizeOf(pcb));
     if (!g_state.bLockCalls) {
@@ -287,9 +290,11 @@ __attribute__((always_inline)) inline RTS_RESULT PutBlock(void *pBlock) {
     if (KESTREL_UNLIKELY(pcb == nullptr))
         return ERR_PARAMETER;
     const RTS_SIZE s = BlockSizeOf(pcb);
-    if (KESTREL_UNLIKELY(g_state.bLockCalls || !FillsInLine(s)))
+    if (KESTREL_UNLIKELY(!FillsInLine(s)))
         return PutBlockOutOfLine(pcb, pBlock);
     FillPayload<Width>(pBlock, kFillFree, s);
+    if (KESTREL_UNLIKELY(g_state.bLockCalls))
+        return LinkFreeBlockLocked(pcb, pBlock);
     LinkFreeBlock(pcb, pBlock);
     return ERR_OK;
 }

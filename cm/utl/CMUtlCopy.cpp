@@ -34,6 +34,14 @@ bool IsNullArgList(const void *list, std::size_t size) {
 
 namespace kestrel::cmutl {
 
+RTS_RESULT SafeStrCpyPortable(char *pszDest, RTS_SIZE ulDestSize, const char *pszSrc) {
+    if (pszDest == nullptr || pszSrc == nullptr || ulDestSize == 0) {
+        return ERR_PARAMETER;
+    }
+    return SafeStrCpyFrom(reinterpret_cast<unsigned char *>(pszDest), ulDestSize,
+                          reinterpret_cast<const unsigned char *>(pszSrc), 0);
+}
+
 RTS_RESULT SafeStrCpyFrom(unsigned char *dest, std::size_t size, const unsigned char *src, std::size_t i) {
     // The first bytes go in whole blocks while the destination has room for
     // them: one pass finds the terminator and copies. Names and keys end
@@ -70,19 +78,11 @@ extern "C" {
 
 RTS_RESULT CMUtlSafeStrCpy2(char *pszDest, RTS_SIZE ulDestSize, const char *pszSrc, RTS_UI32 ulIgnored) {
     (void)ulIgnored;
-    if (pszDest == nullptr || pszSrc == nullptr || ulDestSize == 0) {
-        return ERR_PARAMETER;
-    }
-    auto *dest = reinterpret_cast<unsigned char *>(pszDest);
-    const auto *src = reinterpret_cast<const unsigned char *>(pszSrc);
-    if (kestrel::cmutl::g_bWideScan) {
-        return kestrel::cmutl::SafeStrCpyWide(dest, ulDestSize, src);
-    }
-    return kestrel::cmutl::SafeStrCpyFrom(dest, ulDestSize, src, 0);
+    return kestrel::cmutl::g_scanForms.pfSafeStrCpy(pszDest, ulDestSize, pszSrc);
 }
 
 RTS_RESULT CMUtlSafeStrCpy(char *pszDest, RTS_SIZE ulDestSize, const char *pszSrc) {
-    return CMUtlSafeStrCpy2(pszDest, ulDestSize, pszSrc, 3);
+    return kestrel::cmutl::g_scanForms.pfSafeStrCpy(pszDest, ulDestSize, pszSrc);
 }
 
 RTS_RESULT CMUtlSafeStrNCpy(char *pszDest, RTS_SIZE ulDestSize, const char *pszSrc, RTS_SIZE ulCount) {

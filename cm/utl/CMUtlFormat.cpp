@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <type_traits>
 #include <utility>
 
@@ -154,6 +155,155 @@ void PutText(Sink &out, const Directive &dir, const char *text, std::size_t n) {
     if (dir.flags & kLeft) {
         out.Fill(' ', pad);
     }
+}
+
+// ---- %f without the C library ----
+// A double is m * 2^e exactly. Printed with P decimals it is the integer
+// nearest to m * 2^e * 10^P, ties to even, with the decimal point put P
+// digits from its end. For P up to 19 and results below 2^64 that integer
+// comes from one 64 x 64 bit product and a shift, which is exact; all other
+// values (and infinities and NaNs) are left to the C library. The rounding
+// is the default one, to nearest; the runtime does not change it.
+
+struct U128 {
+    std::uint64_t hi;
+    std::uint64_t lo;
+};
+
+U128 Multiply(std::uint64_t a, std::uint64_t b) {
+    const std::uint64_t aLo = a & 0xFFFFFFFFu, aHi = a >> 32;
+    const std::uint64_t bLo = b & 0xFFFFFFFFu, bHi = b >> 32;
+    const std::uint64_t ll = aLo * bLo, lh = aLo * bHi, hl = aHi * bLo, hh = aHi * bHi;
+    const std::uint64_t middle = (ll >> 32) + (lh & 0xFFFFFFFFu) + (hl & 0xFFFFFFFFu);
+    return {hh + (lh >> 32) + (hl >> 32) + (middle >> 32), (middle << 32) | (ll & 0xFFFFFFFFu)};
+}
+
+constexpr std::uint64_t kPowersOfTen[20] = {1u,
+                                            10u,
+                                            100u,
+                                            1000u,
+                                            10000u,
+                                            100000u,
+                                            1000000u,
+                                            10000000u,
+                                            100000000u,
+                                            1000000000u,
+                                            10000000000u,
+                                            100000000000u,
+                                            1000000000000u,
+                                            10000000000000u,
+                                            100000000000000u,
+                                            1000000000000000u,
+                                            10000000000000000u,
+                                            100000000000000000u,
+                                            1000000000000000000u,
+                                            10000000000000000000u};
+
+// round(value * 10^precision) for |value| = m * 2^e, or false when it is
+// not below 2^64.
+bool ScaledRounded(std::uint64_t m, int e, unsigned precision, std::uint64_t &scaled) {
+    const U128 product = Multiply(m, kPowersOfTen[precision]);
+    if (e >= 0) {
+        if (product.hi != 0 || e >= 64 || (e > 0 && (product.lo >> (64 - e)) != 0)) {
+            return false;
+        }
+        scaled = product.lo << e;
+        return true;
+    }
+    const unsigned k = static_cast<unsigned>(-e);
+    if (k >= 118) {
+        scaled = 0; // the product is below 2^117, less than half of 2^k
+        return true;
+    }
+    // q = product >> k, r = the k bits shifted out, compared with half = 2^(k-1).
+    std::uint64_t q, rHi, rLo, halfHi, halfLo;
+    if (k < 64) {
+        if ((product.hi >> k) != 0) {
+            return false;
+        }
+        q = (product.hi << (64 - k)) | (product.lo >> k);
+        rHi = 0;
+        rLo = product.lo & ((std::uint64_t{1} << k) - 1);
+        halfHi = 0;
+        halfLo = std::uint64_t{1} << (k - 1);
+    } else {
+        const unsigned kh = k - 64;
+        q = product.hi >> kh;
+        rHi = kh == 0 ? 0 : product.hi & ((std::uint64_t{1} << kh) - 1);
+        rLo = product.lo;
+        halfHi = kh == 0 ? 0 : std::uint64_t{1} << (kh - 1);
+        halfLo = kh == 0 ? std::uint64_t{1} << 63 : 0;
+    }
+    const bool above = rHi > halfHi || (rHi == halfHi && rLo > halfLo);
+    const bool tie = rHi == halfHi && rLo == halfLo;
+    if (above || (tie && (q & 1) != 0)) {
+        if (q == UINT64_MAX) {
+            return false;
+        }
+        ++q;
+    }
+    scaled = q;
+    return true;
+}
+
+// %f and %F of a double; false when the C library must format it.
+bool PutFixed(Sink &out, const Directive &dir, double value) {
+    const unsigned precision = dir.precision < 0 ? 6u : static_cast<unsigned>(dir.precision);
+    if (precision >= std::size(kPowersOfTen)) {
+        return false;
+    }
+    std::uint64_t bits;
+    std::memcpy(&bits, &value, sizeof bits);
+    const bool negative = (bits >> 63) != 0;
+    const unsigned biased = static_cast<unsigned>(bits >> 52) & 0x7FFu;
+    if (biased == 0x7FF) {
+        return false; // infinity or NaN
+    }
+    const std::uint64_t fraction = bits & ((std::uint64_t{1} << 52) - 1);
+    const std::uint64_t m = biased != 0 ? fraction | (std::uint64_t{1} << 52) : fraction;
+    const int e = (biased != 0 ? static_cast<int>(biased) : 1) - 1075;
+    std::uint64_t scaled = 0;
+    if (m != 0 && !ScaledRounded(m, e, precision, scaled)) {
+        return false;
+    }
+    // The digits of the scaled value, with at least one before the point.
+    char buffer[48];
+    char *end = buffer + sizeof buffer;
+    char *first = Digits(scaled, 10, false, end);
+    while (static_cast<std::size_t>(end - first) < precision + 1) {
+        *--first = '0';
+    }
+    const std::size_t integerDigits = static_cast<std::size_t>(end - first) - precision;
+    const bool point = precision > 0 || (dir.flags & kAlt) != 0;
+    char sign = 0;
+    if (negative) {
+        sign = '-';
+    } else if (dir.flags & kPlus) {
+        sign = '+';
+    } else if (dir.flags & kSpace) {
+        sign = ' ';
+    }
+    const std::size_t body = (sign != 0 ? 1 : 0) + integerDigits + (point ? 1 : 0) + precision;
+    const std::size_t pad = PadFor(dir, body);
+    const bool zeroPad = (dir.flags & kZero) != 0 && (dir.flags & kLeft) == 0;
+    if (!zeroPad && !(dir.flags & kLeft)) {
+        out.Fill(' ', pad);
+    }
+    if (sign != 0) {
+        out.PutChar(sign);
+    }
+    if (zeroPad) {
+        out.Fill('0', pad);
+    }
+    out.Put(first, integerDigits);
+    if (point) {
+        out.PutChar('.');
+        out.Put(first + integerDigits, precision);
+    }
+    if (dir.flags & kLeft) {
+        out.Fill(' ', pad);
+    }
+    return true;
 }
 
 // Rebuilds one conversion directive with '*' values resolved, for the C
@@ -436,7 +586,9 @@ Step Run(Sink &out, const char *format, va_list *ap) {
                 ok = Delegate(out, dir, va_arg(*ap, long double));
             } else if (dir.length == Length::None || dir.length == Length::l) {
                 dir.length = Length::None;
-                ok = Delegate(out, dir, va_arg(*ap, double));
+                const double value = va_arg(*ap, double);
+                ok = ((dir.conversion == 'f' || dir.conversion == 'F') && PutFixed(out, dir, value)) ||
+                     Delegate(out, dir, value);
             } else {
                 return Step::Whole;
             }

@@ -41,6 +41,19 @@ RTS_I32 StrICmpFrom(const unsigned char *a, const unsigned char *b, std::size_t 
     }
 }
 
+RTS_I32 StrICmpPortable(const char *psz1, const char *psz2) {
+    if (psz1 == nullptr || psz2 == nullptr) {
+        return -1;
+    }
+    const auto *a = reinterpret_cast<const unsigned char *>(psz1);
+    const auto *b = reinterpret_cast<const unsigned char *>(psz2);
+    // Names looked up in a table mostly differ in their first byte.
+    if (a[0] == 0 || ToLower(a[0]) != ToLower(b[0])) {
+        return CaseVerdict(a[0], b[0]);
+    }
+    return StrICmpFrom(a, b, 0);
+}
+
 } // namespace kestrel::cmutl
 
 extern "C" {
@@ -81,19 +94,7 @@ char *CMUtlStrRChr(char *pszStart, char *pszPosition, char c) {
 }
 
 RTS_I32 CMUtlStrICmp(const char *psz1, const char *psz2) {
-    if (psz1 == nullptr || psz2 == nullptr) {
-        return -1;
-    }
-    const auto *a = reinterpret_cast<const unsigned char *>(psz1);
-    const auto *b = reinterpret_cast<const unsigned char *>(psz2);
-    // Names looked up in a table mostly differ in their first byte.
-    if (a[0] == 0 || ToLower(a[0]) != ToLower(b[0])) {
-        return CaseVerdict(a[0], b[0]);
-    }
-    if (kestrel::cmutl::g_bWideScan) {
-        return kestrel::cmutl::StrICmpWide(a, b);
-    }
-    return kestrel::cmutl::StrICmpFrom(a, b, 0);
+    return kestrel::cmutl::g_scanForms.pfStrICmp(psz1, psz2);
 }
 
 RTS_I32 CMUtlStrNICmp(const char *psz1, const char *psz2, RTS_SIZE n) {

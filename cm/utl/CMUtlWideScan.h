@@ -1,7 +1,9 @@
-// Scans of narrow strings 32 bytes at a time, for processors that have such
-// vector instructions. Each processor family has its own definitions below
-// cpu/; the portable functions use them only when g_bWideScan says so, and
-// hand them the string from its start. Internal; nothing here is exported.
+// CMUtlStrICmp and CMUtlSafeStrCpy exist in two forms each: the portable
+// one, and one that scans 32 bytes at a time, defined per processor family
+// below cpu/ for the processors that have such vector instructions. The C
+// functions jump through g_scanForms, which starts out with the portable
+// forms and is switched to the wide ones before main() where the processor
+// has them. Internal; nothing here is exported.
 #pragma once
 
 #include <cstddef>
@@ -10,15 +12,22 @@
 
 namespace kestrel::cmutl {
 
-// Set once before main() runs; false until then, so that a call from an
-// earlier static constructor takes the portable path.
-extern const bool g_bWideScan;
+struct ScanForms {
+    RTS_I32 (*pfStrICmp)(const char *psz1, const char *psz2);
+    RTS_RESULT (*pfSafeStrCpy)(char *pszDest, RTS_SIZE ulDestSize, const char *pszSrc);
+};
 
-// The bodies of CMUtlStrICmp and CMUtlSafeStrCpy for checked arguments.
-RTS_I32 StrICmpWide(const unsigned char *a, const unsigned char *b);
-RTS_RESULT SafeStrCpyWide(unsigned char *dest, std::size_t size, const unsigned char *src);
+// The forms in use.
+extern ScanForms g_scanForms;
 
-// Their portable forms, from byte i on: the wide forms hand the rest of a
+// The portable forms, with the whole behaviour of the C functions.
+RTS_I32 StrICmpPortable(const char *psz1, const char *psz2);
+RTS_RESULT SafeStrCpyPortable(char *pszDest, RTS_SIZE ulDestSize, const char *pszSrc);
+
+// The wide forms where the processor has them, else null.
+ScanForms WideScanForms();
+
+// The portable scans from byte i on: the wide forms hand the rest of a
 // string over to them near a page end.
 RTS_I32 StrICmpFrom(const unsigned char *a, const unsigned char *b, std::size_t i);
 RTS_RESULT SafeStrCpyFrom(unsigned char *dest, std::size_t size, const unsigned char *src, std::size_t i);

@@ -3,11 +3,13 @@
 // and the formatted text compared with the C library's for a wide range of
 // conversions at every buffer size around the output's length.
 #include <cfloat>
+#include <cmath>
 #include <climits>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <random>
 #include <string>
 #include <string_view>
 #include <tuple>
@@ -218,6 +220,55 @@ TEST(CMUtlsnprintf, ConversionsLeftToTheCLibrary) {
     ExpectLikeCLibrary("[%05s]", "ab");
     ExpectLikeCLibrary("[%05c]", 'c');
     ExpectLikeCLibrary("%2$s %1$s", "world", "hello"); // positional: the whole format goes to the C library
+}
+
+// %f is formatted without the C library where the result is exact with 64
+// bits; it must give the C library's text to the last digit: ties to even,
+// negative zero, values rounding to zero, subnormals, and every precision up
+// to the largest the short path takes and beyond.
+TEST(CMUtlsnprintf, FixedPointLikeTheCLibrary) {
+    const double values[] = {0.0,      -0.0,   0.125,  0.375,     2.5,        3.5,         -2.5,        1.005,
+                             0.045,    1e-7,   -1e-7,  0.5,       1.5,        1e15,        1.8e19,      1.9e19,
+                             1e300,    5e-324, DBL_MIN, 123456.789, 4294967296.5, 9007199254740993.0,
+                             0.1 + 0.2, 1.0 / 3, -2.0 / 3, 99.995, 10.25};
+    for (double v : values) {
+        for (const char *format : {"%f", "%.0f", "%.1f", "%.2f", "%.3f", "%.10f", "%.17f", "%.19f", "%.20f", "%.30f",
+                                   "%F", "%#.0f", "%+.2f", "% .2f", "%012.3f", "%-12.3f|", "%+012.1f", "%3.0f"}) {
+            ExpectLikeCLibrary(format, v);
+        }
+    }
+}
+
+TEST(CMUtlsnprintf, FixedPointOfGeneratedValuesLikeTheCLibrary) {
+    // Random bit patterns over the whole exponent range, full mantissas of
+    // the magnitudes that take the short path, and decimal fractions with
+    // few digits, which land near ties.
+    std::mt19937_64 rng(77);
+    std::uniform_int_distribution<int> precision(0, 21);
+    std::uniform_int_distribution<int> exponent(-90, 12);
+    for (int n = 0; n < 30000; ++n) {
+        double v;
+        if (n % 3 == 1) {
+            v = std::ldexp(static_cast<double>(rng() >> 11), exponent(rng));
+        } else if (n % 3 == 0) {
+            const std::uint64_t bits = rng();
+            std::memcpy(&v, &bits, sizeof v);
+            if (v != v || v - v != 0) {
+                continue; // NaN or infinity
+            }
+        } else {
+            v = static_cast<double>(static_cast<std::int64_t>(rng() % 2000001) - 1000000) / 1000.0;
+        }
+        const int p = precision(rng);
+        char reference[512];
+        char ours[512];
+        const int length = std::snprintf(reference, sizeof reference, "%.*f", p, v);
+        if (length < 0 || static_cast<std::size_t>(length) >= sizeof reference) {
+            continue; // too long for the comparison buffers
+        }
+        ASSERT_EQ(CMUtlsnprintf(ours, sizeof ours, "%.*f", p, v), ERR_OK);
+        ASSERT_STREQ(ours, reference) << "precision " << p;
+    }
 }
 
 TEST(CMUtlsnprintf, MixedFormatsLikeTheCLibrary) {

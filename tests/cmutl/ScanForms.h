@@ -17,37 +17,21 @@ namespace kestrel::test {
 
 struct ScanForm {
     const char *name;
-    bool bNeedsWideScan; // skipped where the processor has no 32-byte scans
     RTS_I32 (*pfStrICmp)(const char *, const char *);
     RTS_RESULT (*pfSafeStrCpy)(char *, RTS_SIZE, const char *);
 };
 
 inline const ScanForm kScanForms[] = {
-    {"CFunction", false, &CMUtlStrICmp, &CMUtlSafeStrCpy},
-    {"Portable", false,
-     [](const char *a, const char *b) {
-         return kestrel::cmutl::StrICmpFrom(reinterpret_cast<const unsigned char *>(a),
-                                            reinterpret_cast<const unsigned char *>(b), 0);
-     },
-     [](char *d, RTS_SIZE n, const char *s) {
-         return kestrel::cmutl::SafeStrCpyFrom(reinterpret_cast<unsigned char *>(d), n,
-                                               reinterpret_cast<const unsigned char *>(s), 0);
-     }},
-    {"Wide", true,
-     [](const char *a, const char *b) {
-         return kestrel::cmutl::StrICmpWide(reinterpret_cast<const unsigned char *>(a),
-                                            reinterpret_cast<const unsigned char *>(b));
-     },
-     [](char *d, RTS_SIZE n, const char *s) {
-         return kestrel::cmutl::SafeStrCpyWide(reinterpret_cast<unsigned char *>(d), n,
-                                               reinterpret_cast<const unsigned char *>(s));
-     }},
+    {"CFunction", &CMUtlStrICmp, &CMUtlSafeStrCpy},
+    {"Portable", &kestrel::cmutl::StrICmpPortable, &kestrel::cmutl::SafeStrCpyPortable},
+    // Null, and skipped, where the processor has no 32-byte scans.
+    {"Wide", kestrel::cmutl::WideScanForms().pfStrICmp, kestrel::cmutl::WideScanForms().pfSafeStrCpy},
 };
 
 class ScanFormTest : public ::testing::TestWithParam<ScanForm> {
   protected:
     void SetUp() override {
-        if (GetParam().bNeedsWideScan && !kestrel::cmutl::g_bWideScan) {
+        if (GetParam().pfStrICmp == nullptr) {
             GTEST_SKIP() << "the processor has no 32-byte scans";
         }
     }

@@ -1,7 +1,7 @@
-// Scans of narrow strings 32 bytes at a time with AVX2, for the x86
-// processors that have it. Only these functions are compiled for AVX2, and
-// the portable functions call them only when the processor said it has AVX2
-// (and the operating system saves its registers).
+// CMUtlStrICmp and CMUtlSafeStrCpy scanning 32 bytes at a time with AVX2,
+// for the x86 processors that have it. Only these functions are compiled for
+// AVX2, and the C functions reach them only when the processor said it has
+// AVX2 (and the operating system saves its registers).
 //
 // A block of 32 bytes is read only when it lies within one memory page, and
 // the first byte of a block always belongs to the string, so a read may pass
@@ -18,37 +18,43 @@ namespace kestrel::cmutl {
 
 namespace {
 
-bool DetectWideScan() {
-    __builtin_cpu_init();
-    return __builtin_cpu_supports("avx2");
+// True when a block of a or of b might reach into the next page. One test
+// for both: the page offset of a | b is at least each one's own offset, so
+// this errs only towards the careful path.
+inline bool NearPageEnd(const unsigned char *a, const unsigned char *b) {
+    const auto either = reinterpret_cast<std::uintptr_t>(a) | reinterpret_cast<std::uintptr_t>(b);
+    return (either & (kMinPageSize - 1)) > kMinPageSize - 32;
 }
 
-} // namespace
-
-const bool g_bWideScan = DetectWideScan();
-
-[[gnu::no_sanitize_address]] __attribute__((target("avx2"))) RTS_I32 StrICmpWide(const unsigned char *a,
-                                                                                const unsigned char *b) {
-    const __m256i zero = _mm256_setzero_si256();
+// Compares both strings in their lower-case forms, 32 bytes at a time. A
+// block settles most comparisons, a first-byte difference too, so unlike the
+// portable form this one takes no separate look at the first byte.
+[[gnu::no_sanitize_address]] __attribute__((target("avx2"))) RTS_I32 StrICmpWide(const char *psz1,
+                                                                                const char *psz2) {
+    if (psz1 == nullptr || psz2 == nullptr) {
+        return -1;
+    }
+    const auto *a = reinterpret_cast<const unsigned char *>(psz1);
+    const auto *b = reinterpret_cast<const unsigned char *>(psz2);
+    // Adding 0x80 - 'A' moves 'A'..'Z' to the lowest signed bytes, -128..-103.
+    const __m256i upperBias = _mm256_set1_epi8(static_cast<char>(0x80 - 'A'));
+    const __m256i upperEnd = _mm256_set1_epi8(static_cast<char>(-128 + 26));
     const __m256i caseBit = _mm256_set1_epi8(0x20);
-    const __m256i lowerA = _mm256_set1_epi8('a');
-    const __m256i letters = _mm256_set1_epi8(25);
+    const __m256i zero = _mm256_setzero_si256();
     std::size_t i = 0;
-    while (BlockInOnePage<32>(a + i) && BlockInOnePage<32>(b + i)) {
+    while (!NearPageEnd(a + i, b + i)) {
         const __m256i va = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(a + i));
         const __m256i vb = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(b + i));
-        // A byte is an event where a ends, or where the two differ other
-        // than in the case bit of an ASCII letter.
-        const __m256i x = _mm256_xor_si256(va, vb);
-        const __m256i offset = _mm256_sub_epi8(_mm256_or_si256(va, caseBit), lowerA);
-        const __m256i letter = _mm256_cmpeq_epi8(_mm256_min_epu8(offset, letters), offset);
-        const __m256i same = _mm256_or_si256(_mm256_cmpeq_epi8(x, zero),
-                                             _mm256_and_si256(_mm256_cmpeq_epi8(x, caseBit), letter));
-        const __m256i end = _mm256_cmpeq_epi8(va, zero);
-        const unsigned events = ~static_cast<unsigned>(_mm256_movemask_epi8(same)) |
-                                static_cast<unsigned>(_mm256_movemask_epi8(end));
-        if (events != 0) {
-            i += static_cast<unsigned>(__builtin_ctz(events));
+        const __m256i upperA = _mm256_cmpgt_epi8(upperEnd, _mm256_add_epi8(va, upperBias));
+        const __m256i upperB = _mm256_cmpgt_epi8(upperEnd, _mm256_add_epi8(vb, upperBias));
+        const __m256i lowerA = _mm256_or_si256(va, _mm256_and_si256(upperA, caseBit));
+        const __m256i lowerB = _mm256_or_si256(vb, _mm256_and_si256(upperB, caseBit));
+        // 0xFF where equal; the minimum with a is 0 where they differ or a ends.
+        const __m256i equal = _mm256_cmpeq_epi8(lowerA, lowerB);
+        const __m256i events = _mm256_cmpeq_epi8(_mm256_min_epu8(va, equal), zero);
+        const unsigned mask = static_cast<unsigned>(_mm256_movemask_epi8(events));
+        if (mask != 0) {
+            i += static_cast<unsigned>(__builtin_ctz(mask));
             return CaseVerdict(a[i], b[i]);
         }
         i += 32;
@@ -56,9 +62,14 @@ const bool g_bWideScan = DetectWideScan();
     return StrICmpFrom(a, b, i);
 }
 
-[[gnu::no_sanitize_address]] __attribute__((target("avx2"))) RTS_RESULT SafeStrCpyWide(unsigned char *dest,
-                                                                                      std::size_t size,
-                                                                                      const unsigned char *src) {
+[[gnu::no_sanitize_address]] __attribute__((target("avx2"))) RTS_RESULT SafeStrCpyWide(char *pszDest,
+                                                                                      RTS_SIZE size,
+                                                                                      const char *pszSrc) {
+    if (pszDest == nullptr || pszSrc == nullptr || size == 0) {
+        return ERR_PARAMETER;
+    }
+    auto *dest = reinterpret_cast<unsigned char *>(pszDest);
+    const auto *src = reinterpret_cast<const unsigned char *>(pszSrc);
     const __m256i zero = _mm256_setzero_si256();
     std::size_t i = 0;
     while (i + 32 <= size && BlockInOnePage<32>(src + i)) {
@@ -75,6 +86,31 @@ const bool g_bWideScan = DetectWideScan();
         i += 32;
     }
     return SafeStrCpyFrom(dest, size, src, i);
+}
+
+} // namespace
+
+// Portable until the processor is known; then, still before main(), the
+// wide forms where it has AVX2. A static constructor that runs earlier and
+// calls the C functions gets the portable forms. The forms are defined here
+// so that every program that calls the C functions links this switch.
+ScanForms g_scanForms = {&StrICmpPortable, &SafeStrCpyPortable};
+namespace {
+const bool s_bSwitched = [] {
+    const ScanForms wide = WideScanForms();
+    if (wide.pfStrICmp != nullptr) {
+        g_scanForms = wide;
+    }
+    return wide.pfStrICmp != nullptr;
+}();
+} // namespace
+
+ScanForms WideScanForms() {
+    __builtin_cpu_init();
+    if (!__builtin_cpu_supports("avx2")) {
+        return {nullptr, nullptr};
+    }
+    return {&StrICmpWide, &SafeStrCpyWide};
 }
 
 } // namespace kestrel::cmutl
