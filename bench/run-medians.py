@@ -38,7 +38,8 @@ def main():
             # The label is the line without its figures.
             label = " ".join(NUMBER.sub("#", line.split("ratio")[0] if "ratio" in line else line).split())
             label = label.replace(" # ns", "").replace(" #", "").replace("#x", "")
-            label = label.replace(" CMUtl C library", "").strip()
+            label = label.replace(" CMUtl C library", "")
+            label = re.sub(r"\s*(>=x (ok|MISSED)|\(information\))", "", label).replace("x ", " ").strip()
             if label not in ratios:
                 ratios[label] = []
                 order.append(label)

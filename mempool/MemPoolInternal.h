@@ -136,7 +136,7 @@ typedef unsigned char FillVector32 __attribute__((vector_size(32)));
 inline bool FillsInLine(RTS_SIZE n) {
     return n >= 4 && n <= 64;
 }
-template <typename Vector> __attribute__((always_inline)) inline void StoreVector(unsigned char *p, Vector v) {
+template <typename Vector> __attribute__((always_inline)) inline void StoreVector(unsigned char *p, const Vector &v) {
     typedef Vector Unaligned __attribute__((aligned(1), may_alias));
     *reinterpret_cast<Unaligned *>(p) = v;
 }
