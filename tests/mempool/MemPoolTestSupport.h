@@ -99,6 +99,20 @@ struct BlockFunctions {
 };
 BlockFunctions BlockFunctionsFor(FakeCM &cm, BlockCaller caller);
 std::string BlockCallerName(const ::testing::TestParamInfo<BlockCaller> &info);
+
+// A fixture run once per BlockCaller, with calls_ holding get and put as that caller reaches them.
+template <typename Fixture>
+class WithBlockCaller : public Fixture, public ::testing::WithParamInterface<BlockCaller> {
+  protected:
+    void SetUp() override {
+        Fixture::SetUp();
+        calls_ = BlockFunctionsFor(this->cm_, this->GetParam());
+        ASSERT_NE(calls_.pfGet, nullptr);
+        ASSERT_NE(calls_.pfPut, nullptr);
+    }
+
+    BlockFunctions calls_{};
+};
 #define KESTREL_FOR_EACH_BLOCK_CALLER(Fixture)                                                                         \
     INSTANTIATE_TEST_SUITE_P(Callers, Fixture, ::testing::Values(BlockCaller::Linked, BlockCaller::Imported),          \
                              BlockCallerName)

@@ -34,14 +34,8 @@ class BlocksTest : public MemPoolTest {
 };
 
 // Hand-out and return, once through the C functions and once through the export table.
-class GetPutTest : public BlocksTest, public ::testing::WithParamInterface<BlockCaller> {
+class GetPutTest : public WithBlockCaller<BlocksTest> {
   protected:
-    void SetUp() override {
-        BlocksTest::SetUp();
-        calls_ = BlockFunctionsFor(cm_, GetParam());
-        ASSERT_NE(calls_.pfGet, nullptr);
-        ASSERT_NE(calls_.pfPut, nullptr);
-    }
     void *Get() {
         RTS_RESULT result = ERR_FAILED;
         void *p = calls_.pfGet(pool_, &result);
@@ -74,8 +68,6 @@ class GetPutTest : public BlocksTest, public ::testing::WithParamInterface<Block
         EXPECT_EQ(next->ulReserved, 0u);
         EXPECT_EQ(MemPoolDelete(h, "F"), ERR_OK);
     }
-
-    BlockFunctions calls_{};
 };
 KESTREL_FOR_EACH_BLOCK_CALLER(GetPutTest);
 

@@ -19,17 +19,7 @@ struct LockRow {
 };
 
 // Get and put lock alike whether called as C functions or through the export table.
-class GetPutLockTest : public LockTest, public ::testing::WithParamInterface<BlockCaller> {
-  protected:
-    void SetUp() override {
-        LockTest::SetUp();
-        calls_ = BlockFunctionsFor(cm_, GetParam());
-        ASSERT_NE(calls_.pfGet, nullptr);
-        ASSERT_NE(calls_.pfPut, nullptr);
-    }
-
-    BlockFunctions calls_{};
-};
+using GetPutLockTest = WithBlockCaller<LockTest>;
 KESTREL_FOR_EACH_BLOCK_CALLER(GetPutLockTest);
 
 TEST_P(GetPutLockTest, LockObjectAndDelegationFollowTheServices) {
