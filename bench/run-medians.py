@@ -35,11 +35,13 @@ def main():
             match = RATIO.search(line)
             if not match:
                 continue
-            # The label is the line without its figures.
-            label = " ".join(NUMBER.sub("#", line.split("ratio")[0] if "ratio" in line else line).split())
-            label = label.replace(" # ns", "").replace(" #", "").replace("#x", "")
-            label = label.replace(" CMUtl C library", "")
-            label = re.sub(r"\s*(>=x (ok|MISSED)|\(information\))", "", label).replace("x ", " ").strip()
+            # The label is the words in front of the first figure.
+            words = []
+            for word in line.split():
+                if NUMBER.fullmatch(word.rstrip("x")):
+                    break
+                words.append(word)
+            label = " ".join(word for word in words if word not in ("CMUtl", "C", "library"))
             if label not in ratios:
                 ratios[label] = []
                 order.append(label)

@@ -227,6 +227,34 @@ TEST_P(StrICmpForms, StringsAcrossPageBoundaries) {
     }
 }
 
+TEST_P(StrICmpForms, LongStringsRunIntoAPageEndAtEveryAlignment) {
+    // Long strings start at every offset of a 32-byte block and run into a
+    // page end part-way: the block loop hands over near the end of b's page
+    // (or of a's), at every distance from it. Equal, or differing in one
+    // byte, at every position.
+    PageSpan spanA;
+    PageSpan spanB;
+    std::string a;
+    for (int k = 0; k < 150; ++k) {
+        a += static_cast<char>('a' + k % 26);
+    }
+    for (std::size_t startA = PageSpan::kPage - 140; startA < PageSpan::kPage - 100; ++startA) {
+        for (std::size_t startB : {startA, startA - 33, startA + 5, std::size_t{64} + startA % 32}) {
+            std::string b = a;
+            for (std::size_t k = 0; k < b.size(); k += 3) {
+                b[k] = static_cast<char>(std::toupper(static_cast<unsigned char>(b[k])));
+            }
+            const char *pa = spanA.Place(startA, a);
+            ASSERT_EQ(StrICmp(pa, spanB.Place(startB, b)), 0) << startA << ' ' << startB;
+            for (std::size_t at = 0; at < a.size(); ++at) {
+                std::string c = b;
+                c[at] = '#';
+                ASSERT_EQ(StrICmp(pa, spanB.Place(startB, c)), ReferenceICmp(a, c)) << startA << ' ' << startB << ' ' << at;
+            }
+        }
+    }
+}
+
 TEST_P(StrICmpForms, StringsAtTheEndOfTheirAllocation) {
     // Exactly sized heap blocks: a read past a terminator outside the
     // block readers would be reported by AddressSanitizer.

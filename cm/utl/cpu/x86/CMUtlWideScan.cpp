@@ -26,9 +26,33 @@ inline bool NearPageEnd(const unsigned char *a, const unsigned char *b) {
     return (either & (kMinPageSize - 1)) > kMinPageSize - 32;
 }
 
+// The events of one 32-byte block of a and b: bytes where a ends or where
+// the two differ other than in the case of an ASCII letter.
+[[gnu::no_sanitize_address]] __attribute__((target("avx2"), always_inline)) inline unsigned CaseEvents32(
+    const unsigned char *a, const unsigned char *b) {
+    // Adding 0x80 - 'A' moves 'A'..'Z' to the lowest signed bytes, -128..-103.
+    const __m256i upperBias = _mm256_set1_epi8(static_cast<char>(0x80 - 'A'));
+    const __m256i upperEnd = _mm256_set1_epi8(static_cast<char>(-128 + 26));
+    const __m256i caseBit = _mm256_set1_epi8(0x20);
+    const __m256i va = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(a));
+    const __m256i vb = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(b));
+    const __m256i upperA = _mm256_cmpgt_epi8(upperEnd, _mm256_add_epi8(va, upperBias));
+    const __m256i upperB = _mm256_cmpgt_epi8(upperEnd, _mm256_add_epi8(vb, upperBias));
+    const __m256i lowerA = _mm256_or_si256(va, _mm256_and_si256(upperA, caseBit));
+    const __m256i lowerB = _mm256_or_si256(vb, _mm256_and_si256(upperB, caseBit));
+    // 0xFF where equal; the minimum with a is 0 where they differ or a ends.
+    const __m256i equal = _mm256_cmpeq_epi8(lowerA, lowerB);
+    const __m256i events = _mm256_cmpeq_epi8(_mm256_min_epu8(va, equal), _mm256_setzero_si256());
+    return static_cast<unsigned>(_mm256_movemask_epi8(events));
+}
+
 // Compares both strings in their lower-case forms, 32 bytes at a time. A
 // block settles most comparisons, a first-byte difference too, so unlike the
-// portable form this one takes no separate look at the first byte.
+// portable form this one takes no separate look at the first byte. After two
+// blocks the blocks of a are aligned to 32 bytes (the first of them overlaps
+// the second block, whose bytes were all equal and not the end): an aligned
+// block never crosses a cache line or a page, so only b's blocks need the
+// page test.
 [[gnu::no_sanitize_address]] __attribute__((target("avx2"))) RTS_I32 StrICmpWide(const char *psz1,
                                                                                 const char *psz2) {
     if (psz1 == nullptr || psz2 == nullptr) {
@@ -36,30 +60,33 @@ inline bool NearPageEnd(const unsigned char *a, const unsigned char *b) {
     }
     const auto *a = reinterpret_cast<const unsigned char *>(psz1);
     const auto *b = reinterpret_cast<const unsigned char *>(psz2);
-    // Adding 0x80 - 'A' moves 'A'..'Z' to the lowest signed bytes, -128..-103.
-    const __m256i upperBias = _mm256_set1_epi8(static_cast<char>(0x80 - 'A'));
-    const __m256i upperEnd = _mm256_set1_epi8(static_cast<char>(-128 + 26));
-    const __m256i caseBit = _mm256_set1_epi8(0x20);
-    const __m256i zero = _mm256_setzero_si256();
+    // The first two blocks as they come: most names and keys end in them.
     std::size_t i = 0;
-    while (!NearPageEnd(a + i, b + i)) {
-        const __m256i va = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(a + i));
-        const __m256i vb = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(b + i));
-        const __m256i upperA = _mm256_cmpgt_epi8(upperEnd, _mm256_add_epi8(va, upperBias));
-        const __m256i upperB = _mm256_cmpgt_epi8(upperEnd, _mm256_add_epi8(vb, upperBias));
-        const __m256i lowerA = _mm256_or_si256(va, _mm256_and_si256(upperA, caseBit));
-        const __m256i lowerB = _mm256_or_si256(vb, _mm256_and_si256(upperB, caseBit));
-        // 0xFF where equal; the minimum with a is 0 where they differ or a ends.
-        const __m256i equal = _mm256_cmpeq_epi8(lowerA, lowerB);
-        const __m256i events = _mm256_cmpeq_epi8(_mm256_min_epu8(va, equal), zero);
-        const unsigned mask = static_cast<unsigned>(_mm256_movemask_epi8(events));
-        if (mask != 0) {
-            i += static_cast<unsigned>(__builtin_ctz(mask));
-            return CaseVerdict(a[i], b[i]);
+    unsigned mask = 0;
+    for (; i < 64; i += 32) {
+        if (NearPageEnd(a + i, b + i)) {
+            return StrICmpFrom(a, b, i);
         }
-        i += 32;
+        mask = CaseEvents32(a + i, b + i);
+        if (mask != 0) {
+            break;
+        }
     }
-    return StrICmpFrom(a, b, i);
+    if (mask == 0) {
+        i = 64 - (reinterpret_cast<std::uintptr_t>(a) & 31);
+        for (;;) {
+            if (!BlockInOnePage<32>(b + i)) {
+                return StrICmpFrom(a, b, i);
+            }
+            mask = CaseEvents32(a + i, b + i);
+            if (mask != 0) {
+                break;
+            }
+            i += 32;
+        }
+    }
+    i += static_cast<unsigned>(__builtin_ctz(mask));
+    return CaseVerdict(a[i], b[i]);
 }
 
 [[gnu::no_sanitize_address]] __attribute__((target("avx2"))) RTS_RESULT SafeStrCpyWide(char *pszDest,
