@@ -260,11 +260,11 @@ template <unsigned Width> __attribute__((always_inline)) inline void *GetBlockLo
     return FillPayload<Width>(PayloadOf(pHeader), 0, BlockSizeOf(PcbOf(pHeader->pPool)));
 }
 
-template <unsigned Width, void *(*GetBlockLockedOutOfLine)(Pcb *, RTS_RESULT *)>
+template <unsigned Width, void *(*OutOfLine)(Pcb *, RTS_RESULT *)>
 __attribute__((always_inline)) inline void *GetBlock(RTS_HANDLE hMemPool, RTS_RESULT *pResult) {
     Pcb *pcb = PcbOf(hMemPool);
     if (KESTREL_UNLIKELY(pcb == nullptr || g_state.bLockCalls))
-        return GetBlockLockedOutOfLine(pcb, pResult);
+        return OutOfLine(pcb, pResult);
     MEMPOOL_BLOCK *pHeader = TakeFreeHeader(pcb, pResult);
     if (KESTREL_UNLIKELY(pHeader == nullptr))
         return nullptr;
@@ -282,7 +282,7 @@ template <unsigned Width> __attribute__((always_inline)) inline RTS_RESULT PutBl
     return LinkFreeBlockLocked(pcb, pBlock);
 }
 
-template <unsigned Width, RTS_RESULT (*PutBlockOutOfLine)(Pcb *, void *)>
+template <unsigned Width, RTS_RESULT (*OutOfLine)(Pcb *, void *)>
 __attribute__((always_inline)) inline RTS_RESULT PutBlock(void *pBlock) {
     if (KESTREL_UNLIKELY(pBlock == nullptr))
         return ERR_PARAMETER;
@@ -291,7 +291,7 @@ __attribute__((always_inline)) inline RTS_RESULT PutBlock(void *pBlock) {
         return ERR_PARAMETER;
     const RTS_SIZE s = BlockSizeOf(pcb);
     if (KESTREL_UNLIKELY(!FillsInLine(s)))
-        return PutBlockOutOfLine(pcb, pBlock);
+        return OutOfLine(pcb, pBlock);
     FillPayload<Width>(pBlock, kFillFree, s);
     if (KESTREL_UNLIKELY(g_state.bLockCalls))
         return LinkFreeBlockLocked(pcb, pBlock);
