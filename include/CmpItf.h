@@ -122,6 +122,8 @@ RTS_END_C
 
 /* Export-table helper: one row per function. */
 #define RTS_EXPORT_ROW(fn, name, sig, ver) {(RTS_VOID_FCTPTR)(fn), (name), (sig), (ver)}
+/* A row that exports fn under its own name, without signature or version test. */
+#define RTS_EXPORT_FN(fn) RTS_EXPORT_ROW(fn, #fn, 0, 0)
 #define RTS_EXPORT_END {0, 0, 0, 0}
 
 /* Marks the one symbol a module exports; the build defines it per platform. */

@@ -260,16 +260,16 @@ const ExportEntry s_iecExports[] = {SYSTARGET_IEC_FUNCTIONS(SYSTARGET_IEC_ROW) R
 #undef SYSTARGET_IEC_ROW
 
 const ExportEntry s_cExports[] = {
-    RTS_EXPORT_ROW(SysTargetGetType, "SysTargetGetType", 0, 0),
-    RTS_EXPORT_ROW(SysTargetGetId, "SysTargetGetId", 0, 0),
-    RTS_EXPORT_ROW(SysTargetGetOperatingSystemId, "SysTargetGetOperatingSystemId", 0, 0),
-    RTS_EXPORT_ROW(SysTargetGetProcessorId, "SysTargetGetProcessorId", 0, 0),
-    RTS_EXPORT_ROW(SysTargetGetDeviceMask, "SysTargetGetDeviceMask", 0, 0),
-    RTS_EXPORT_ROW(SysTargetGetVersion, "SysTargetGetVersion", 0, 0),
-    RTS_EXPORT_ROW(SysTargetGetConfiguredNodeName, "SysTargetGetConfiguredNodeName", 0, 0),
-    RTS_EXPORT_ROW(SysTargetGetNodeName, "SysTargetGetNodeName", 0, 0),
-    RTS_EXPORT_ROW(SysTargetGetDeviceName, "SysTargetGetDeviceName", 0, 0),
-    RTS_EXPORT_ROW(SysTargetGetVendorName, "SysTargetGetVendorName", 0, 0),
+    RTS_EXPORT_FN(SysTargetGetType),
+    RTS_EXPORT_FN(SysTargetGetId),
+    RTS_EXPORT_FN(SysTargetGetOperatingSystemId),
+    RTS_EXPORT_FN(SysTargetGetProcessorId),
+    RTS_EXPORT_FN(SysTargetGetDeviceMask),
+    RTS_EXPORT_FN(SysTargetGetVersion),
+    RTS_EXPORT_FN(SysTargetGetConfiguredNodeName),
+    RTS_EXPORT_FN(SysTargetGetNodeName),
+    RTS_EXPORT_FN(SysTargetGetDeviceName),
+    RTS_EXPORT_FN(SysTargetGetVendorName),
     RTS_EXPORT_END};
 
 // The IEC table goes first, marked as external library; the C table only

@@ -32,9 +32,9 @@ RTS_UI32 ZlibCrc(RTS_UI32 ulCrc, const RTS_UI8 *pData, RTS_SIZE ulSize) {
 }
 
 const ExportEntry s_exports[] = {
-    RTS_EXPORT_ROW(CRC32Init, "CRC32Init", 0, 0),       RTS_EXPORT_ROW(CRC32Update, "CRC32Update", 0, 0),
-    RTS_EXPORT_ROW(CRC32Finish, "CRC32Finish", 0, 0),   RTS_EXPORT_ROW(CRC32Update2, "CRC32Update2", 0, 0),
-    RTS_EXPORT_ROW(CRC32Finish2, "CRC32Finish2", 0, 0), RTS_EXPORT_END,
+    RTS_EXPORT_FN(CRC32Init),       RTS_EXPORT_FN(CRC32Update),
+    RTS_EXPORT_FN(CRC32Finish),   RTS_EXPORT_FN(CRC32Update2),
+    RTS_EXPORT_FN(CRC32Finish2), RTS_EXPORT_END,
 };
 
 RTS_RESULT ExportFunctions() {
@@ -42,9 +42,6 @@ RTS_RESULT ExportFunctions() {
 }
 RTS_RESULT ImportFunctions() {
     return ERR_OK;
-}
-RTS_UI32 GetVersion() {
-    return RTS_SYSTEM_VERSION;
 }
 RTS_RESULT HookFunction(RTS_UI32, RTS_UINTPTR, RTS_UINTPTR) {
     return ERR_OK;
@@ -78,7 +75,7 @@ RTS_UI32 CRC32Finish2(RTS_UI32 ulCrc) {
 RTS_RESULT CmpChecksumEntry(ComponentInitStruct *pInit) {
     if (pInit == nullptr)
         return ERR_PARAMETER;
-    s_cm.Enter(pInit, CMPID_CmpChecksum, ExportFunctions, ImportFunctions, GetVersion, HookFunction);
+    s_cm.Enter(pInit, CMPID_CmpChecksum, ExportFunctions, ImportFunctions, HookFunction);
     return ERR_OK;
 }
 

@@ -125,14 +125,14 @@ void DeleteAll() {
 }
 
 const ExportEntry s_exports[] = {
-    RTS_EXPORT_ROW(EventCreate, "EventCreate", 0, 0),
-    RTS_EXPORT_ROW(EventDelete, "EventDelete", 0, 0),
-    RTS_EXPORT_ROW(EventOpen, "EventOpen", 0, 0),
-    RTS_EXPORT_ROW(EventClose, "EventClose", 0, 0),
-    RTS_EXPORT_ROW(EventPost, "EventPost", 0, 0),
-    RTS_EXPORT_ROW(EventPost2, "EventPost2", 0, 0),
-    RTS_EXPORT_ROW(EventRegisterCallbackFunction, "EventRegisterCallbackFunction", 0, 0),
-    RTS_EXPORT_ROW(EventUnregisterCallbackFunction, "EventUnregisterCallbackFunction", 0, 0),
+    RTS_EXPORT_FN(EventCreate),
+    RTS_EXPORT_FN(EventDelete),
+    RTS_EXPORT_FN(EventOpen),
+    RTS_EXPORT_FN(EventClose),
+    RTS_EXPORT_FN(EventPost),
+    RTS_EXPORT_FN(EventPost2),
+    RTS_EXPORT_FN(EventRegisterCallbackFunction),
+    RTS_EXPORT_FN(EventUnregisterCallbackFunction),
     RTS_EXPORT_END,
 };
 
@@ -145,10 +145,6 @@ RTS_RESULT ImportFunctions() {
     s_cm.Import("SysMemFreeData", s_pfSysMemFreeData);
     s_cm.Import("LogAdd", s_pfLogAdd);
     return ERR_OK;
-}
-
-RTS_UI32 GetVersion() {
-    return RTS_SYSTEM_VERSION;
 }
 
 RTS_RESULT HookFunction(RTS_UI32 ulHook, RTS_UINTPTR ulParam1, RTS_UINTPTR) {
@@ -280,7 +276,7 @@ RTS_RESULT EventUnregisterCallbackFunction(RTS_HANDLE hEvent, PF_EVENT_CALLBACK 
 RTS_RESULT CmpEventMgrEntry(ComponentInitStruct *pInit) {
     if (pInit == nullptr)
         return ERR_PARAMETER;
-    s_cm.Enter(pInit, CMPID_CmpEventMgr, ExportFunctions, ImportFunctions, GetVersion, HookFunction);
+    s_cm.Enter(pInit, CMPID_CmpEventMgr, ExportFunctions, ImportFunctions, HookFunction);
     return ERR_OK;
 }
 

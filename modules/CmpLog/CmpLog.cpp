@@ -280,13 +280,13 @@ void Shutdown() {
 }
 
 const ExportEntry s_exports[] = {
-    RTS_EXPORT_ROW(LogAdd, "LogAdd", 0, 0),
-    RTS_EXPORT_ROW(LogAddArg, "LogAddArg", 0, 0),
-    RTS_EXPORT_ROW(LogCreate, "LogCreate", 0, 0),
-    RTS_EXPORT_ROW(LogDelete, "LogDelete", 0, 0),
-    RTS_EXPORT_ROW(LogGetFirstEntry, "LogGetFirstEntry", 0, 0),
-    RTS_EXPORT_ROW(LogGetNextEntry, "LogGetNextEntry", 0, 0),
-    RTS_EXPORT_ROW(LogUnregisterBackend, "LogUnregisterBackend", 0, 0),
+    RTS_EXPORT_FN(LogAdd),
+    RTS_EXPORT_FN(LogAddArg),
+    RTS_EXPORT_FN(LogCreate),
+    RTS_EXPORT_FN(LogDelete),
+    RTS_EXPORT_FN(LogGetFirstEntry),
+    RTS_EXPORT_FN(LogGetNextEntry),
+    RTS_EXPORT_FN(LogUnregisterBackend),
     RTS_EXPORT_END,
 };
 
@@ -300,10 +300,6 @@ RTS_RESULT ImportFunctions() {
     s_cm.Import("SettgGetIntValue", s_pfSettgGetIntValue);
     s_cm.Import("SettgGetStringValue", s_pfSettgGetStringValue);
     return ERR_OK;
-}
-
-RTS_UI32 GetVersion() {
-    return RTS_SYSTEM_VERSION;
 }
 
 RTS_RESULT HookFunction(RTS_UI32 ulHook, RTS_UINTPTR ulParam1, RTS_UINTPTR) {
@@ -441,7 +437,7 @@ RTS_RESULT LogUnregisterBackend(RTS_HANDLE hLogger, CLASSID classId) {
 RTS_RESULT CmpLogEntry(ComponentInitStruct *pInit) {
     if (pInit == nullptr)
         return ERR_PARAMETER;
-    s_cm.Enter(pInit, CMPID_CmpLog, ExportFunctions, ImportFunctions, GetVersion, HookFunction);
+    s_cm.Enter(pInit, CMPID_CmpLog, ExportFunctions, ImportFunctions, HookFunction);
     // Until the settings are read, the host's word decides about the console.
     GetState().standard.SetConsole(ConsoleFromEnvironment());
     return ERR_OK;

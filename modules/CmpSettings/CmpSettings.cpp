@@ -171,15 +171,15 @@ RTS_RESULT Commit(State &st, const IniDocument &before) {
 }
 
 const ExportEntry s_exports[] = {
-    RTS_EXPORT_ROW(SettgSetDatabaseName, "SettgSetDatabaseName", 0, 0),
-    RTS_EXPORT_ROW(SettgGetDatabaseName, "SettgGetDatabaseName", 0, 0),
-    RTS_EXPORT_ROW(SettgSetOptions, "SettgSetOptions", 0, 0),
-    RTS_EXPORT_ROW(SettgGetIntValue, "SettgGetIntValue", 0, 0),
-    RTS_EXPORT_ROW(SettgSetIntValue, "SettgSetIntValue", 0, 0),
-    RTS_EXPORT_ROW(SettgGetStringValue, "SettgGetStringValue", 0, 0),
-    RTS_EXPORT_ROW(SettgGetWStringValue, "SettgGetWStringValue", 0, 0),
-    RTS_EXPORT_ROW(SettgSetStringValue, "SettgSetStringValue", 0, 0),
-    RTS_EXPORT_ROW(SettgRemoveKey, "SettgRemoveKey", 0, 0),
+    RTS_EXPORT_FN(SettgSetDatabaseName),
+    RTS_EXPORT_FN(SettgGetDatabaseName),
+    RTS_EXPORT_FN(SettgSetOptions),
+    RTS_EXPORT_FN(SettgGetIntValue),
+    RTS_EXPORT_FN(SettgSetIntValue),
+    RTS_EXPORT_FN(SettgGetStringValue),
+    RTS_EXPORT_FN(SettgGetWStringValue),
+    RTS_EXPORT_FN(SettgSetStringValue),
+    RTS_EXPORT_FN(SettgRemoveKey),
     RTS_EXPORT_END,
 };
 
@@ -192,9 +192,6 @@ RTS_RESULT ImportFunctions() {
     return ERR_OK;
 }
 
-RTS_UI32 GetVersion() {
-    return RTS_SYSTEM_VERSION;
-}
 RTS_RESULT HookFunction(RTS_UI32 ulHook, RTS_UINTPTR ulParam1, RTS_UINTPTR) {
     if (ulHook == CH_COMPONENT_EXIT && kestrel::module::IsLeaving(ulParam1, "CmpLog"))
         s_pfLogAdd = nullptr;
@@ -397,7 +394,7 @@ RTS_RESULT SettgRemoveKey(const char *pszSection, const char *pszKey) {
 RTS_RESULT CmpSettingsEntry(ComponentInitStruct *pInit) {
     if (pInit == nullptr)
         return ERR_PARAMETER;
-    s_cm.Enter(pInit, CMPID_CmpSettings, ExportFunctions, ImportFunctions, GetVersion, HookFunction);
+    s_cm.Enter(pInit, CMPID_CmpSettings, ExportFunctions, ImportFunctions, HookFunction);
     return ERR_OK;
 }
 

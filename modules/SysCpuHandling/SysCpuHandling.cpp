@@ -9,8 +9,8 @@ namespace {
 
 
 const ExportEntry s_exports[] = {
-    RTS_EXPORT_ROW(SysCpuAtomicAdd, "SysCpuAtomicAdd", 0, 0),
-    RTS_EXPORT_ROW(SysCpuCallIecFuncWithParams, "SysCpuCallIecFuncWithParams", 0, 0),
+    RTS_EXPORT_FN(SysCpuAtomicAdd),
+    RTS_EXPORT_FN(SysCpuCallIecFuncWithParams),
     RTS_EXPORT_END,
 };
 

@@ -32,10 +32,10 @@ decltype(&LogAdd) s_pfLogAdd = nullptr;
 thread_local RTS_EXCEPT_FRAME *t_top = nullptr;
 
 const ExportEntry s_exports[] = {
-    RTS_EXPORT_ROW(SysExceptRegisterJmpBuf, "SysExceptRegisterJmpBuf", 0, 0),
-    RTS_EXPORT_ROW(SysExceptUnregisterJmpBuf, "SysExceptUnregisterJmpBuf", 0, 0),
-    RTS_EXPORT_ROW(SysExceptCatch, "SysExceptCatch", 0, 0),
-    RTS_EXPORT_ROW(SysExceptGenerateException, "SysExceptGenerateException", 0, 0),
+    RTS_EXPORT_FN(SysExceptRegisterJmpBuf),
+    RTS_EXPORT_FN(SysExceptUnregisterJmpBuf),
+    RTS_EXPORT_FN(SysExceptCatch),
+    RTS_EXPORT_FN(SysExceptGenerateException),
     RTS_EXPORT_END,
 };
 
@@ -46,10 +46,6 @@ RTS_RESULT ExportFunctions() {
 RTS_RESULT ImportFunctions() {
     s_cm.Import("LogAdd", s_pfLogAdd);
     return ERR_OK;
-}
-
-RTS_UI32 GetVersion() {
-    return RTS_SYSTEM_VERSION;
 }
 
 // The handlers point into this module; whatever way it is unloaded (also
@@ -144,7 +140,7 @@ RTS_RESULT SysExceptGenerateException(RTS_UI32 ulException) {
 RTS_RESULT SysExceptEntry(ComponentInitStruct *pInit) {
     if (pInit == nullptr)
         return ERR_PARAMETER;
-    s_cm.Enter(pInit, CMPID_SysExcept, ExportFunctions, ImportFunctions, GetVersion, HookFunction);
+    s_cm.Enter(pInit, CMPID_SysExcept, ExportFunctions, ImportFunctions, HookFunction);
     if (!kestrel::sysexcept::OsInstall())
         return ERR_FAILED;
     return ERR_OK;

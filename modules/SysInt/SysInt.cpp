@@ -13,8 +13,8 @@ std::recursive_mutex s_lock;
 RTS_UINTPTR s_depth = 0; // written only by the thread that holds s_lock
 
 const ExportEntry s_exports[] = {
-    RTS_EXPORT_ROW(SysIntDisableAll, "SysIntDisableAll", 0, 0),
-    RTS_EXPORT_ROW(SysIntEnableAll, "SysIntEnableAll", 0, 0),
+    RTS_EXPORT_FN(SysIntDisableAll),
+    RTS_EXPORT_FN(SysIntEnableAll),
     RTS_EXPORT_END,
 };
 

@@ -118,8 +118,8 @@ int ReportLeaks() {
 }
 
 const ExportEntry s_exports[] = {
-    RTS_EXPORT_ROW(SysMemAllocData, "SysMemAllocData", 0, 0),
-    RTS_EXPORT_ROW(SysMemFreeData, "SysMemFreeData", 0, 0),
+    RTS_EXPORT_FN(SysMemAllocData),
+    RTS_EXPORT_FN(SysMemFreeData),
     RTS_EXPORT_END,
 };
 
@@ -132,10 +132,6 @@ RTS_RESULT ImportFunctions() {
     s_cm.Import("SettgGetIntValue", s_pfSettgGetIntValue);
     s_cm.Import("SettgGetStringValue", s_pfSettgGetStringValue);
     return ERR_OK;
-}
-
-RTS_UI32 GetVersion() {
-    return RTS_SYSTEM_VERSION;
 }
 
 RTS_RESULT HookFunction(RTS_UI32 ulHook, RTS_UINTPTR ulParam1, RTS_UINTPTR) {
@@ -254,7 +250,7 @@ RTS_RESULT SysMemGetAccount(const char *pszComponentName, RTS_SIZE *pBytes, RTS_
 RTS_RESULT SysMemEntry(ComponentInitStruct *pInit) {
     if (pInit == nullptr)
         return ERR_PARAMETER;
-    s_cm.Enter(pInit, CMPID_SysMem, ExportFunctions, ImportFunctions, GetVersion, HookFunction);
+    s_cm.Enter(pInit, CMPID_SysMem, ExportFunctions, ImportFunctions, HookFunction);
     GetState();
     return ERR_OK;
 }

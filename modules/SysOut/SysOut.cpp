@@ -12,7 +12,7 @@ namespace {
 std::mutex s_lock; // keeps lines of concurrent writers whole
 
 const ExportEntry s_exports[] = {
-    RTS_EXPORT_ROW(SysOutVPrintf, "SysOutVPrintf", 0, 0),
+    RTS_EXPORT_FN(SysOutVPrintf),
     RTS_EXPORT_END,
 };
 

@@ -35,10 +35,10 @@ Semaphore *FromHandle(RTS_HANDLE hSem) {
 }
 
 const ExportEntry s_exports[] = {
-    RTS_EXPORT_ROW(SysSemCreate, "SysSemCreate", 0, 0),
-    RTS_EXPORT_ROW(SysSemDelete, "SysSemDelete", 0, 0),
-    RTS_EXPORT_ROW(SysSemEnter, "SysSemEnter", 0, 0),
-    RTS_EXPORT_ROW(SysSemLeave, "SysSemLeave", 0, 0),
+    RTS_EXPORT_FN(SysSemCreate),
+    RTS_EXPORT_FN(SysSemDelete),
+    RTS_EXPORT_FN(SysSemEnter),
+    RTS_EXPORT_FN(SysSemLeave),
     RTS_EXPORT_END,
 };
 

@@ -18,8 +18,8 @@ std::chrono::steady_clock::duration Elapsed() {
 }
 
 const ExportEntry s_exports[] = {
-    RTS_EXPORT_ROW(SysTimeGetMs, "SysTimeGetMs", 0, 0),
-    RTS_EXPORT_ROW(SysTimeGetUs, "SysTimeGetUs", 0, 0),
+    RTS_EXPORT_FN(SysTimeGetMs),
+    RTS_EXPORT_FN(SysTimeGetUs),
     RTS_EXPORT_END,
 };
 

@@ -55,9 +55,9 @@ RTS_RESULT ToDate(RTS_UI64 ms, RTS_SYSTIMEDATE *pDate) {
 }
 
 const ExportEntry s_exports[] = {
-    RTS_EXPORT_ROW(SysTimeRtcHighResGet, "SysTimeRtcHighResGet", 0, 0),
-    RTS_EXPORT_ROW(SysTimeRtcConvertHighResToDate, "SysTimeRtcConvertHighResToDate", 0, 0),
-    RTS_EXPORT_ROW(SysTimeRtcConvertHighResToLocal, "SysTimeRtcConvertHighResToLocal", 0, 0),
+    RTS_EXPORT_FN(SysTimeRtcHighResGet),
+    RTS_EXPORT_FN(SysTimeRtcConvertHighResToDate),
+    RTS_EXPORT_FN(SysTimeRtcConvertHighResToLocal),
     RTS_EXPORT_END,
 };
 

@@ -8,6 +8,11 @@
 
 namespace kestrel::module {
 
+// Every module reports the version of the runtime it was built with.
+inline RTS_UI32 SystemVersion() {
+    return RTS_SYSTEM_VERSION;
+}
+
 // The manager's functions a module keeps from its entry record.
 struct CmLink {
     PF_CM_REGISTER_API pfRegisterAPI = nullptr;
@@ -17,7 +22,7 @@ struct CmLink {
 
     // Takes the manager's side of the entry record and fills in the module's side.
     void Enter(ComponentInitStruct *pInit, CMPID cmpId, PF_EXPORT_FUNCTIONS pfExport, PF_IMPORT_FUNCTIONS pfImport,
-               PF_GET_VERSION pfVersion, PF_HOOK_FUNCTION pfHook) {
+               PF_HOOK_FUNCTION pfHook) {
         pfRegisterAPI = pInit->pfCMRegisterAPI;
         pfGetAPI2 = pInit->pfCMGetAPI2;
         pfCreateInstance = pInit->pfCMCreateInstance;
@@ -25,7 +30,7 @@ struct CmLink {
         pInit->CmpId = cmpId;
         pInit->pfExportFunctions = pfExport;
         pInit->pfImportFunctions = pfImport;
-        pInit->pfGetVersion = pfVersion;
+        pInit->pfGetVersion = &SystemVersion;
         pInit->pfHookFunction = pfHook;
         pInit->pfCreateInstance = nullptr;
         pInit->pfDeleteInstance = nullptr;
@@ -59,12 +64,11 @@ template <CMPID kCmpId, const ExportEntry *kTable> struct ExportOnlyComponent {
     static inline CmLink cm;
     static RTS_RESULT Export() { return cm.Export(kTable, kCmpId); }
     static RTS_RESULT Import() { return ERR_OK; }
-    static RTS_UI32 Version() { return RTS_SYSTEM_VERSION; }
     static RTS_RESULT Hook(RTS_UI32, RTS_UINTPTR, RTS_UINTPTR) { return ERR_OK; }
     static RTS_RESULT Enter(ComponentInitStruct *pInit) {
         if (pInit == nullptr)
             return ERR_PARAMETER;
-        cm.Enter(pInit, kCmpId, &Export, &Import, &Version, &Hook);
+        cm.Enter(pInit, kCmpId, &Export, &Import, &Hook);
         return ERR_OK;
     }
 };
