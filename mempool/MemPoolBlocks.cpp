@@ -8,7 +8,7 @@ using namespace kestrel::mempool;
 namespace {
 
 __attribute__((noinline)) void *GetBlockLockedNarrow(Pcb *pcb, RTS_RESULT *pResult) {
-    return GetBlockLocked<16>(pcb, pResult);
+    return GetBlockLocked<ZeroTakenBlock<16>>(pcb, pResult);
 }
 
 __attribute__((noinline)) RTS_RESULT PutBlockOutOfLineNarrow(Pcb *pcb, void *pBlock) {
@@ -58,19 +58,10 @@ bool RemoveUsed(Pcb *pcb, MEMPOOL_BLOCK *pHeader) {
 
 namespace kestrel::mempool {
 
-MEMPOOL_BLOCK *TakeFreeHeaderLocked(Pcb *pcb, RTS_RESULT *pResult) {
-    if (pcb == nullptr) {
-        SetResult(pResult, ERR_INVALID_POOL);
-        return nullptr;
-    }
-    LockPcb(pcb);
-    MEMPOOL_BLOCK *pHeader = TakeFreeHeader(pcb, pResult);
-    UnlockPcb(pcb);
-    return pHeader;
-}
-
-RTS_RESULT LinkFreeBlockLocked(Pcb *pcb, void *pBlock) {
-    LockPcb(pcb);
+RTS_RESULT LinkFreeBlockLocked(void *pBlock) {
+    LockPcb(PcbOf(HeaderOf(pBlock)->pPool));
+    // Read again rather than kept across the call of the lock service.
+    Pcb *pcb = PcbOf(HeaderOf(pBlock)->pPool);
     LinkFreeBlock(pcb, pBlock);
     UnlockPcb(pcb);
     return ERR_OK;

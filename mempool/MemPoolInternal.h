@@ -242,24 +242,41 @@ __attribute__((always_inline)) inline void LinkFreeBlock(Pcb *pcb, void *pBlock)
     pcb->pFreeList = pHeader;
 }
 
-// The same under the pool lock (whose result is ignored), kept out of line so that the paths
-// without a lock service need no call at all. They leave the fills to their callers: a block is
-// the caller's alone from the moment it is off the free list until it is back on it, so get zeroes
-// it after the unlock and put fills it before the lock. That keeps the lock held only for the few
-// stores of the list itself, and keeps the locked parts free of vector code.
-MEMPOOL_BLOCK *TakeFreeHeaderLocked(Pcb *pcb, RTS_RESULT *pResult);
-RTS_RESULT LinkFreeBlockLocked(Pcb *pcb, void *pBlock);
+// Zeroes the payload of a block just taken off the free list and returns it; the block size is
+// read from the pool its header names.
+template <unsigned Width> __attribute__((always_inline)) inline void *ZeroTakenBlock(MEMPOOL_BLOCK *pHeader) {
+    return FillPayload<Width>(PayloadOf(pHeader), 0, BlockSizeOf(PcbOf(pHeader->pPool)));
+}
+
+// Get and put under the pool lock (whose result is ignored). A block is the caller's alone from the
+// moment it is off the free list until it is back on it, so get zeroes it after the unlock and put
+// fills it before the lock: the lock is held only for the few stores of the list itself.
+// Every locked instruction of the lock service waits until all earlier stores have reached the
+// cache, among them the registers a function saves on its stack, so these keep as little as they
+// can across the calls of the lock service: get keeps the pool and the result pointer across the
+// lock and only the block across the unlock; put keeps only the block and reads its pool back from
+// the header. Get ends with a jump to ZeroBlock, which may be compiled for wider stores than get
+// itself (a function with calls and such stores would also have to align its stack frame).
+template <void *(*ZeroBlock)(MEMPOOL_BLOCK *)>
+__attribute__((always_inline)) inline void *GetBlockLocked(Pcb *pcb, RTS_RESULT *pResult) {
+    if (KESTREL_UNLIKELY(pcb == nullptr)) {
+        SetResult(pResult, ERR_INVALID_POOL);
+        return nullptr;
+    }
+    LockPcb(pcb);
+    MEMPOOL_BLOCK *pHeader = TakeFreeHeader(pcb, pResult);
+    UnlockPcb(pcb);
+    if (KESTREL_UNLIKELY(pHeader == nullptr))
+        return nullptr;
+    return ZeroBlock(pHeader);
+}
+
+// The put side, for a block already filled; the C functions and the wide forms share it.
+RTS_RESULT LinkFreeBlockLocked(void *pBlock);
 
 // The bodies of MemPoolGetBlock and MemPoolPutBlock. Both skip the lock when it would call nothing
 // (component not ready, or no lock service): it would only answer 3 or 12. Get goes on to its
 // locked form with a jump, so that the path without the lock calls nothing at all.
-template <unsigned Width> __attribute__((always_inline)) inline void *GetBlockLocked(Pcb *pcb, RTS_RESULT *pResult) {
-    MEMPOOL_BLOCK *pHeader = TakeFreeHeaderLocked(pcb, pResult);
-    if (KESTREL_UNLIKELY(pHeader == nullptr))
-        return nullptr;
-    return FillPayload<Width>(PayloadOf(pHeader), 0, BlockSizeOf(PcbOf(pHeader->pPool)));
-}
-
 template <unsigned Width, void *(*OutOfLine)(Pcb *, RTS_RESULT *)>
 __attribute__((always_inline)) inline void *GetBlock(RTS_HANDLE hMemPool, RTS_RESULT *pResult) {
     Pcb *pcb = PcbOf(hMemPool);
@@ -279,7 +296,7 @@ template <unsigned Width> __attribute__((always_inline)) inline RTS_RESULT PutBl
         LinkFreeBlock(pcb, pBlock);
         return ERR_OK;
     }
-    return LinkFreeBlockLocked(pcb, pBlock);
+    return LinkFreeBlockLocked(pBlock);
 }
 
 template <unsigned Width, RTS_RESULT (*OutOfLine)(Pcb *, void *)>
@@ -294,7 +311,7 @@ __attribute__((always_inline)) inline RTS_RESULT PutBlock(void *pBlock) {
         return OutOfLine(pcb, pBlock);
     FillPayload<Width>(pBlock, kFillFree, s);
     if (KESTREL_UNLIKELY(g_state.bLockCalls))
-        return LinkFreeBlockLocked(pcb, pBlock);
+        return LinkFreeBlockLocked(pBlock);
     LinkFreeBlock(pcb, pBlock);
     return ERR_OK;
 }

@@ -56,6 +56,15 @@ TEST_P(GetPutLockTest, LockObjectAndDelegationFollowTheServices) {
             EXPECT_EQ(g_rec.intEnabled, (std::vector<RTS_HANDLE *>{word, word, word}));
             EXPECT_EQ(g_rec.intDepth, 0);
         }
+        // Taken from an exhausted pool, get answers 20 and leaves the lock free.
+        void *blocks[] = {calls_.pfGet(h, nullptr), calls_.pfGet(h, nullptr)};
+        RTS_RESULT result = ERR_OK;
+        EXPECT_EQ(calls_.pfGet(h, &result), nullptr);
+        EXPECT_EQ(result, ERR_INVALID_POOL);
+        EXPECT_EQ(g_rec.SemDepthTotal(), 0);
+        EXPECT_EQ(g_rec.intDepth, 0);
+        for (void *block : blocks)
+            EXPECT_EQ(calls_.pfPut(block), ERR_OK);
         EXPECT_EQ(MemPoolDelete(h, "T"), ERR_OK);
         EXPECT_EQ(g_rec.SemDepthTotal(), 0);
     }

@@ -7,8 +7,13 @@
 namespace kestrel::mempool {
 namespace {
 
-__attribute__((target("avx"), noinline)) void *GetBlockLockedWide(Pcb *pcb, RTS_RESULT *pResult) {
-    return GetBlockLocked<32>(pcb, pResult);
+__attribute__((target("avx"), noinline)) void *ZeroTakenBlockWide(MEMPOOL_BLOCK *pHeader) {
+    return ZeroTakenBlock<32>(pHeader);
+}
+
+// Not compiled for AVX itself: it calls the lock service, and jumps to the zeroing at its end.
+__attribute__((noinline)) void *GetBlockLockedWide(Pcb *pcb, RTS_RESULT *pResult) {
+    return GetBlockLocked<ZeroTakenBlockWide>(pcb, pResult);
 }
 
 __attribute__((target("avx"))) void *GetBlockWide(RTS_HANDLE hMemPool, RTS_RESULT *pResult) {
