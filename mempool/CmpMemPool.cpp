@@ -7,6 +7,8 @@ namespace kestrel::mempool {
 ComponentState g_state = {};
 LockCall g_lock = {LockMode::NotReady, nullptr};
 LockCall g_unlock = {LockMode::NotReady, nullptr};
+decltype(&::SysSemEnter) g_pfSemaphoreEnter = nullptr;
+decltype(&::SysSemLeave) g_pfSemaphoreLeave = nullptr;
 
 void UpdateLockModes() {
     const auto call = [](RTS_VOID_FCTPTR pfSemaphore, RTS_VOID_FCTPTR pfInterrupt) {
@@ -23,6 +25,9 @@ void UpdateLockModes() {
     g_unlock = call(slot(Import::SysSemLeave), slot(Import::SysIntEnableAll));
     const auto calls = [](const LockCall &c) { return c.mode == LockMode::Semaphore || c.mode == LockMode::Interrupt; };
     g_state.bLockCalls = calls(g_lock) || calls(g_unlock);
+    const bool bSemaphores = g_lock.mode == LockMode::Semaphore && g_unlock.mode == LockMode::Semaphore;
+    g_pfSemaphoreEnter = bSemaphores ? ImportedSysSemEnter() : nullptr;
+    g_pfSemaphoreLeave = bSemaphores ? ImportedSysSemLeave() : nullptr;
 }
 
 namespace {

@@ -11,6 +11,10 @@ __attribute__((noinline)) void *GetBlockLockedNarrow(Pcb *pcb, RTS_RESULT *pResu
     return GetBlockLocked<ZeroTakenBlock<16>>(pcb, pResult);
 }
 
+__attribute__((noinline)) void *GetBlockSemaphoreLockedNarrow(Pcb *pcb, RTS_RESULT *pResult) {
+    return GetBlockSemaphoreLocked<ZeroTakenBlock<16>>(pcb, pResult);
+}
+
 __attribute__((noinline)) RTS_RESULT PutBlockOutOfLineNarrow(Pcb *pcb, void *pBlock) {
     return PutBlockOutOfLine<16>(pcb, pBlock);
 }
@@ -58,12 +62,20 @@ bool RemoveUsed(Pcb *pcb, MEMPOOL_BLOCK *pHeader) {
 
 namespace kestrel::mempool {
 
+// Both read the pool again after the lock rather than keep it across the call of the lock service.
 RTS_RESULT LinkFreeBlockLocked(void *pBlock) {
     LockPcb(PcbOf(HeaderOf(pBlock)->pPool));
-    // Read again rather than kept across the call of the lock service.
     Pcb *pcb = PcbOf(HeaderOf(pBlock)->pPool);
     LinkFreeBlock(pcb, pBlock);
     UnlockPcb(pcb);
+    return ERR_OK;
+}
+
+RTS_RESULT LinkFreeBlockSemaphoreLocked(void *pBlock) {
+    g_pfSemaphoreEnter(PcbOf(HeaderOf(pBlock)->pPool)->hSem);
+    Pcb *pcb = PcbOf(HeaderOf(pBlock)->pPool);
+    LinkFreeBlock(pcb, pBlock);
+    g_pfSemaphoreLeave(pcb->hSem);
     return ERR_OK;
 }
 
@@ -72,7 +84,7 @@ RTS_RESULT LinkFreeBlockLocked(void *pBlock) {
 extern "C" {
 
 void *MemPoolGetBlock(RTS_HANDLE hMemPool, RTS_RESULT *pResult) {
-    return GetBlock<16, GetBlockLockedNarrow>(hMemPool, pResult);
+    return GetBlock<16, GetBlockLockedNarrow, GetBlockSemaphoreLockedNarrow>(hMemPool, pResult);
 }
 
 void *MemPoolGetBlock2(RTS_HANDLE hMemPool, RTS_UI32 ulNumBlocksIgnored, const char *pszComponentName,

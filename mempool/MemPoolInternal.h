@@ -65,6 +65,15 @@ struct LockCall {
 extern LockCall g_lock;
 extern LockCall g_unlock;
 
+// The usual case of the two, both taken through the semaphore service, for the locked forms of get
+// and put: they test it once and then call the two functions without any further choice, which
+// on some processors matters next to the locked instruction of the service. Both null unless
+// both directions go through the semaphore service. Two variables rather than one record: each
+// call then reads its function straight from memory, where a record's address would be kept in a
+// register, saved on the stack across the calls.
+extern decltype(&::SysSemEnter) g_pfSemaphoreEnter;
+extern decltype(&::SysSemLeave) g_pfSemaphoreLeave;
+
 // Typed reads of the slots, one per import: ImportedLogAdd(), ImportedSysSemEnter(), ...
 #define KESTREL_MEMPOOL_IMPORT_ACCESSOR(name)                                                                          \
     inline decltype(&::name) Imported##name() {                                                                        \
@@ -271,17 +280,39 @@ __attribute__((always_inline)) inline void *GetBlockLocked(Pcb *pcb, RTS_RESULT 
     return ZeroBlock(pHeader);
 }
 
-// The put side, for a block already filled; the C functions and the wide forms share it.
+// The same for a valid pool whose lock goes both ways through the semaphore service, with no
+// choice left to make between the calls.
+template <void *(*ZeroBlock)(MEMPOOL_BLOCK *)>
+__attribute__((always_inline)) inline void *GetBlockSemaphoreLocked(Pcb *pcb, RTS_RESULT *pResult) {
+    g_pfSemaphoreEnter(pcb->hSem);
+    MEMPOOL_BLOCK *pHeader = TakeFreeHeader(pcb, pResult);
+    g_pfSemaphoreLeave(pcb->hSem);
+    if (KESTREL_UNLIKELY(pHeader == nullptr))
+        return nullptr;
+    return ZeroBlock(pHeader);
+}
+
+// The put side, for a block already filled, in the same two forms; the C functions and the wide
+// forms share them.
 RTS_RESULT LinkFreeBlockLocked(void *pBlock);
+RTS_RESULT LinkFreeBlockSemaphoreLocked(void *pBlock);
+inline RTS_RESULT LinkFreeBlockLockedAny(void *pBlock) {
+    if (KESTREL_LIKELY(g_pfSemaphoreEnter != nullptr))
+        return LinkFreeBlockSemaphoreLocked(pBlock);
+    return LinkFreeBlockLocked(pBlock);
+}
 
 // The bodies of MemPoolGetBlock and MemPoolPutBlock. Both skip the lock when it would call nothing
 // (component not ready, or no lock service): it would only answer 3 or 12. Get goes on to its
 // locked form with a jump, so that the path without the lock calls nothing at all.
-template <unsigned Width, void *(*OutOfLine)(Pcb *, RTS_RESULT *)>
+template <unsigned Width, void *(*OutOfLine)(Pcb *, RTS_RESULT *), void *(*SemaphoreLocked)(Pcb *, RTS_RESULT *)>
 __attribute__((always_inline)) inline void *GetBlock(RTS_HANDLE hMemPool, RTS_RESULT *pResult) {
     Pcb *pcb = PcbOf(hMemPool);
-    if (KESTREL_UNLIKELY(pcb == nullptr || g_state.bLockCalls))
+    if (KESTREL_UNLIKELY(pcb == nullptr || g_state.bLockCalls)) {
+        if (KESTREL_LIKELY(pcb != nullptr && g_pfSemaphoreEnter != nullptr))
+            return SemaphoreLocked(pcb, pResult);
         return OutOfLine(pcb, pResult);
+    }
     MEMPOOL_BLOCK *pHeader = TakeFreeHeader(pcb, pResult);
     if (KESTREL_UNLIKELY(pHeader == nullptr))
         return nullptr;
@@ -296,7 +327,7 @@ template <unsigned Width> __attribute__((always_inline)) inline RTS_RESULT PutBl
         LinkFreeBlock(pcb, pBlock);
         return ERR_OK;
     }
-    return LinkFreeBlockLocked(pBlock);
+    return LinkFreeBlockLockedAny(pBlock);
 }
 
 template <unsigned Width, RTS_RESULT (*OutOfLine)(Pcb *, void *)>
@@ -311,7 +342,7 @@ __attribute__((always_inline)) inline RTS_RESULT PutBlock(void *pBlock) {
         return OutOfLine(pcb, pBlock);
     FillPayload<Width>(pBlock, kFillFree, s);
     if (KESTREL_UNLIKELY(g_state.bLockCalls))
-        return LinkFreeBlockLocked(pBlock);
+        return LinkFreeBlockLockedAny(pBlock);
     LinkFreeBlock(pcb, pBlock);
     return ERR_OK;
 }

@@ -16,8 +16,12 @@ __attribute__((noinline)) void *GetBlockLockedWide(Pcb *pcb, RTS_RESULT *pResult
     return GetBlockLocked<ZeroTakenBlockWide>(pcb, pResult);
 }
 
+__attribute__((noinline)) void *GetBlockSemaphoreLockedWide(Pcb *pcb, RTS_RESULT *pResult) {
+    return GetBlockSemaphoreLocked<ZeroTakenBlockWide>(pcb, pResult);
+}
+
 __attribute__((target("avx"))) void *GetBlockWide(RTS_HANDLE hMemPool, RTS_RESULT *pResult) {
-    return GetBlock<32, GetBlockLockedWide>(hMemPool, pResult);
+    return GetBlock<32, GetBlockLockedWide, GetBlockSemaphoreLockedWide>(hMemPool, pResult);
 }
 
 __attribute__((target("avx"), noinline)) RTS_RESULT PutBlockOutOfLineWide(Pcb *pcb, void *pBlock) {
