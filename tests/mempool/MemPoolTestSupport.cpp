@@ -62,6 +62,11 @@ RTS_RESULT TestFreeData(const char *pszComponentName, void *pData) {
     return ERR_OK;
 }
 
+void NotifyLock() {
+    if (g_rec.onLock)
+        g_rec.onLock();
+}
+
 RTS_HANDLE TestSemCreate(RTS_RESULT *pResult) {
     RTS_HANDLE h = FakeSemHandle(++g_rec.semCreated);
     g_rec.semTrace.push_back("create " + SemName(h));
@@ -74,12 +79,14 @@ RTS_HANDLE TestSemCreate(RTS_RESULT *pResult) {
 RTS_RESULT TestSemEnter(RTS_HANDLE hSem) {
     g_rec.semTrace.push_back("enter " + SemName(hSem));
     ++g_rec.semDepth[hSem];
+    NotifyLock();
     return g_rec.semEnterResult;
 }
 
 RTS_RESULT TestSemLeave(RTS_HANDLE hSem) {
     g_rec.semTrace.push_back("leave " + SemName(hSem));
     --g_rec.semDepth[hSem];
+    NotifyLock();
     return g_rec.semLeaveResult;
 }
 
@@ -92,12 +99,14 @@ RTS_RESULT TestSemDelete(RTS_HANDLE hSem) {
 RTS_RESULT TestIntDisableAll(RTS_HANDLE *phSave) {
     g_rec.intDisabled.push_back(phSave);
     ++g_rec.intDepth;
+    NotifyLock();
     return g_rec.intResult;
 }
 
 RTS_RESULT TestIntEnableAll(RTS_HANDLE *phSave) {
     g_rec.intEnabled.push_back(phSave);
     --g_rec.intDepth;
+    NotifyLock();
     return g_rec.intResult;
 }
 

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstring>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -56,6 +57,9 @@ struct Recorder {
     std::vector<RTS_HANDLE *> intEnabled;
     int intDepth = 0;
     RTS_RESULT intResult = ERR_OK;
+
+    // Called by every enter and leave of either lock, after the nesting changed.
+    std::function<void()> onLock;
 
     // Logger: each call with its format and the formatted text.
     struct LogLine {

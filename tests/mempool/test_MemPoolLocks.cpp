@@ -42,9 +42,17 @@ TEST_P(GetPutLockTest, LockObjectAndDelegationFollowTheServices) {
         EXPECT_EQ(PcbCopy(h).hSem, row.expectedSem);
         EXPECT_EQ(MemPoolLock(h), row.lockResult);
         EXPECT_EQ(MemPoolUnlock(h), row.lockResult);
+        // The free list changes only while the lock is held: its head at every enter and leave.
+        std::vector<MEMPOOL_BLOCK *> heads;
+        g_rec.onLock = [&] { heads.push_back(PcbCopy(h).pFreeList); };
+        MEMPOOL_BLOCK *first = PcbCopy(h).pFreeList;
         void *p = calls_.pfGet(h, nullptr);
         ASSERT_NE(p, nullptr);
         EXPECT_EQ(calls_.pfPut(p), ERR_OK);
+        g_rec.onLock = nullptr;
+        if (row.services.bSemaphores || row.services.bInterrupts) {
+            EXPECT_EQ(heads, (std::vector<MEMPOOL_BLOCK *>{first, first->pNext, first->pNext, first}));
+        }
         if (row.services.bSemaphores) {
             EXPECT_EQ(g_rec.semTrace, (std::vector<std::string>{"create 1", "enter 1", "leave 1", "enter 1", "leave 1",
                                                                 "enter 1", "leave 1"}));
