@@ -18,24 +18,51 @@ namespace kestrel::cmutl {
 
 namespace {
 
-// True when a block of a or of b might reach into the next page. One test
-// for both: the page offset of a | b is at least each one's own offset, so
-// this errs only towards the careful path.
-inline bool NearPageEnd(const unsigned char *a, const unsigned char *b) {
+// True when the first n bytes from a or from b might reach into the next
+// page. One test for both: the page offset of a | b is at least each one's
+// own offset, so this errs only towards the careful path.
+template <std::uintptr_t n> inline bool NearPageEnd(const unsigned char *a, const unsigned char *b) {
     const auto either = reinterpret_cast<std::uintptr_t>(a) | reinterpret_cast<std::uintptr_t>(b);
-    return (either & (kMinPageSize - 1)) > kMinPageSize - 32;
+    return (either & (kMinPageSize - 1)) > kMinPageSize - n;
+}
+
+// The constants of the comparison, read from memory as operands of the
+// instructions that use them rather than built in registers at every call.
+struct alignas(32) ByteVector {
+    unsigned char bytes[32];
+};
+constexpr ByteVector Splat(unsigned char value) {
+    ByteVector v{};
+    for (unsigned char &b : v.bytes) {
+        b = value;
+    }
+    return v;
+}
+// Adding 0x80 - 'A' moves 'A'..'Z' to the lowest signed bytes, -128..-103.
+constexpr ByteVector kUpperBias = Splat(static_cast<unsigned char>(0x80 - 'A'));
+constexpr ByteVector kUpperEnd = Splat(static_cast<unsigned char>(0x80 + 26));
+constexpr ByteVector kCaseBit = Splat(0x20);
+
+[[gnu::no_sanitize_address]] __attribute__((target("avx2"), always_inline)) inline __m256i Load(const void *p) {
+    return _mm256_loadu_si256(static_cast<const __m256i *>(p));
+}
+// A constant as a load: the compiler would otherwise build the known value
+// in a register with several instructions at every call.
+__attribute__((target("avx2"), always_inline)) inline __m256i LoadConstant(const ByteVector &v) {
+    __m256i r;
+    asm("vmovdqa %1, %0" : "=x"(r) : "m"(v));
+    return r;
 }
 
 // The events of one 32-byte block of a and b: bytes where a ends or where
 // the two differ other than in the case of an ASCII letter.
 [[gnu::no_sanitize_address]] __attribute__((target("avx2"), always_inline)) inline unsigned CaseEvents32(
     const unsigned char *a, const unsigned char *b) {
-    // Adding 0x80 - 'A' moves 'A'..'Z' to the lowest signed bytes, -128..-103.
-    const __m256i upperBias = _mm256_set1_epi8(static_cast<char>(0x80 - 'A'));
-    const __m256i upperEnd = _mm256_set1_epi8(static_cast<char>(-128 + 26));
-    const __m256i caseBit = _mm256_set1_epi8(0x20);
-    const __m256i va = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(a));
-    const __m256i vb = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(b));
+    const __m256i upperBias = LoadConstant(kUpperBias);
+    const __m256i upperEnd = LoadConstant(kUpperEnd);
+    const __m256i caseBit = LoadConstant(kCaseBit);
+    const __m256i va = Load(a);
+    const __m256i vb = Load(b);
     const __m256i upperA = _mm256_cmpgt_epi8(upperEnd, _mm256_add_epi8(va, upperBias));
     const __m256i upperB = _mm256_cmpgt_epi8(upperEnd, _mm256_add_epi8(vb, upperBias));
     const __m256i lowerA = _mm256_or_si256(va, _mm256_and_si256(upperA, caseBit));
@@ -48,11 +75,12 @@ inline bool NearPageEnd(const unsigned char *a, const unsigned char *b) {
 
 // Compares both strings in their lower-case forms, 32 bytes at a time. A
 // block settles most comparisons, a first-byte difference too, so unlike the
-// portable form this one takes no separate look at the first byte. After two
-// blocks the blocks of a are aligned to 32 bytes (the first of them overlaps
-// the second block, whose bytes were all equal and not the end): an aligned
-// block never crosses a cache line or a page, so only b's blocks need the
-// page test.
+// portable form this one takes no separate look at the first byte. The first
+// two blocks, where most names and keys end, are taken as they come after one
+// page test for both. Then the blocks of a are aligned to 32 bytes (the first
+// of them overlaps the second block, whose bytes were all equal and not the
+// end): an aligned block never crosses a cache line or a page, so only b's
+// blocks need the page test.
 [[gnu::no_sanitize_address]] __attribute__((target("avx2"))) RTS_I32 StrICmpWide(const char *psz1,
                                                                                 const char *psz2) {
     if (psz1 == nullptr || psz2 == nullptr) {
@@ -60,17 +88,14 @@ inline bool NearPageEnd(const unsigned char *a, const unsigned char *b) {
     }
     const auto *a = reinterpret_cast<const unsigned char *>(psz1);
     const auto *b = reinterpret_cast<const unsigned char *>(psz2);
-    // The first two blocks as they come: most names and keys end in them.
+    if (NearPageEnd<64>(a, b)) {
+        return StrICmpFrom(a, b, 0);
+    }
     std::size_t i = 0;
-    unsigned mask = 0;
-    for (; i < 64; i += 32) {
-        if (NearPageEnd(a + i, b + i)) {
-            return StrICmpFrom(a, b, i);
-        }
-        mask = CaseEvents32(a + i, b + i);
-        if (mask != 0) {
-            break;
-        }
+    unsigned mask = CaseEvents32(a, b);
+    if (mask == 0) {
+        i = 32;
+        mask = CaseEvents32(a + 32, b + 32);
     }
     if (mask == 0) {
         i = 64 - (reinterpret_cast<std::uintptr_t>(a) & 31);
