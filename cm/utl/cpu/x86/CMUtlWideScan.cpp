@@ -38,9 +38,9 @@ constexpr ByteVector Splat(unsigned char value) {
     }
     return v;
 }
-// Adding 0x80 - 'A' moves 'A'..'Z' to the lowest signed bytes, -128..-103.
-constexpr ByteVector kUpperBias = Splat(static_cast<unsigned char>(0x80 - 'A'));
-constexpr ByteVector kUpperEnd = Splat(static_cast<unsigned char>(0x80 + 26));
+// Adding 0x80 - 'a' moves 'a'..'z' to the lowest signed bytes, -128..-103.
+constexpr ByteVector kLowerBias = Splat(static_cast<unsigned char>(0x80 - 'a'));
+constexpr ByteVector kLetterEnd = Splat(static_cast<unsigned char>(0x80 + 26));
 constexpr ByteVector kCaseBit = Splat(0x20);
 
 [[gnu::no_sanitize_address]] __attribute__((target("avx2"), always_inline)) inline __m256i Load(const void *p) {
@@ -55,21 +55,22 @@ __attribute__((target("avx2"), always_inline)) inline __m256i LoadConstant(const
 }
 
 // The events of one 32-byte block of a and b: bytes where a ends or where
-// the two differ other than in the case of an ASCII letter.
+// the two differ other than in the case of an ASCII letter. Two bytes match
+// when they are equal, or when they differ only in the case bit and a with
+// that bit set is a lower-case letter (then so is b with it set).
 [[gnu::no_sanitize_address]] __attribute__((target("avx2"), always_inline)) inline unsigned CaseEvents32(
     const unsigned char *a, const unsigned char *b) {
-    const __m256i upperBias = LoadConstant(kUpperBias);
-    const __m256i upperEnd = LoadConstant(kUpperEnd);
+    const __m256i lowerBias = LoadConstant(kLowerBias);
+    const __m256i letterEnd = LoadConstant(kLetterEnd);
     const __m256i caseBit = LoadConstant(kCaseBit);
     const __m256i va = Load(a);
     const __m256i vb = Load(b);
-    const __m256i upperA = _mm256_cmpgt_epi8(upperEnd, _mm256_add_epi8(va, upperBias));
-    const __m256i upperB = _mm256_cmpgt_epi8(upperEnd, _mm256_add_epi8(vb, upperBias));
-    const __m256i lowerA = _mm256_or_si256(va, _mm256_and_si256(upperA, caseBit));
-    const __m256i lowerB = _mm256_or_si256(vb, _mm256_and_si256(upperB, caseBit));
-    // 0xFF where equal; the minimum with a is 0 where they differ or a ends.
-    const __m256i equal = _mm256_cmpeq_epi8(lowerA, lowerB);
-    const __m256i events = _mm256_cmpeq_epi8(_mm256_min_epu8(va, equal), _mm256_setzero_si256());
+    const __m256i same = _mm256_cmpeq_epi8(va, vb);
+    const __m256i caseOnly = _mm256_cmpeq_epi8(_mm256_xor_si256(va, vb), caseBit);
+    const __m256i letter = _mm256_cmpgt_epi8(letterEnd, _mm256_add_epi8(_mm256_or_si256(va, caseBit), lowerBias));
+    const __m256i match = _mm256_or_si256(same, _mm256_and_si256(caseOnly, letter));
+    // The minimum with a is 0 where they do not match or a ends.
+    const __m256i events = _mm256_cmpeq_epi8(_mm256_min_epu8(va, match), _mm256_setzero_si256());
     return static_cast<unsigned>(_mm256_movemask_epi8(events));
 }
 
