@@ -2,7 +2,6 @@
 // written and, just as much, the bytes left alone.
 #include <cstring>
 #include <memory>
-#include <new>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -16,48 +15,22 @@ namespace {
 using SafeStrCpyForms = kestrel::test::ScanFormTest;
 KESTREL_FOR_EACH_SCAN_FORM(SafeStrCpyForms);
 
-using kestrel::test::kMarker;
 using kestrel::test::MarkedBuffer;
+using kestrel::test::PageSpan;
 
-struct CpyRow {
-    RTS_SIZE size;
-    const char *source;
-    const char *text; // what the destination holds afterwards
-    RTS_RESULT result;
-};
-
-const CpyRow kCpyRows[] = {
-    {4, "abc", "abc", ERR_OK},
-    {3, "abc", "ab", ERR_BUFFERSIZE},
-    {2, "abc", "a", ERR_BUFFERSIZE},
-    {1, "abc", "", ERR_BUFFERSIZE},
-    {1, "", "", ERR_OK},
-    {10, "abc", "abc", ERR_OK},
-    {8, "abcdefg", "abcdefg", ERR_OK},
-    {8, "abcdefgh", "abcdefg", ERR_BUFFERSIZE},
-};
-
-TEST(CMUtlSafeStrCpy, Table) {
-    for (const CpyRow &row : kCpyRows) {
-        MarkedBuffer<> dest;
-        EXPECT_EQ(CMUtlSafeStrCpy(dest.get(), row.size, row.source), row.result) << row.size << ' ' << row.source;
-        EXPECT_EQ(dest.Text(), row.text);
-        // The text and its terminator, then untouched bytes up to the last
-        // byte of the buffer, which always holds a terminator.
-        const std::size_t written = std::strlen(row.text) + 1;
-        EXPECT_TRUE(dest.UntouchedFrom(written, row.size - 1 > written ? row.size - 1 : written));
-        EXPECT_EQ(dest.data[row.size - 1], 0);
-        EXPECT_TRUE(dest.UntouchedFrom(row.size));
-    }
-}
-
+// The fourth value is ignored: every source length against every buffer size as CMUtlSafeStrCpy.
 TEST(CMUtlSafeStrCpy2, SameAsSafeStrCpyWhateverTheFourthValue) {
-    for (const CpyRow &row : kCpyRows) {
-        for (RTS_UI32 ignored : {0u, 3u, 0xFFFFFFFFu}) {
-            MarkedBuffer<> a, b;
-            EXPECT_EQ(CMUtlSafeStrCpy2(a.get(), row.size, row.source, ignored), row.result);
-            CMUtlSafeStrCpy(b.get(), row.size, row.source);
-            EXPECT_EQ(a.data, b.data);
+    const std::string alphabet = "abcdefghij";
+    for (std::size_t length = 0; length <= alphabet.size(); ++length) {
+        const std::string source = alphabet.substr(0, length);
+        for (RTS_SIZE size = 1; size <= 12; ++size) {
+            MarkedBuffer<> expected;
+            const RTS_RESULT result = CMUtlSafeStrCpy(expected.get(), size, source.c_str());
+            for (RTS_UI32 ignored : {0u, 3u, 0xFFFFFFFFu}) {
+                MarkedBuffer<> dest;
+                ASSERT_EQ(CMUtlSafeStrCpy2(dest.get(), size, source.c_str(), ignored), result) << length << ' ' << size;
+                ASSERT_EQ(dest.data, expected.data) << length << ' ' << size;
+            }
         }
     }
 }
@@ -72,10 +45,8 @@ TEST(CMUtlSafeStrCpy, RejectsNullAndEmptyBuffers) {
 }
 
 TEST_P(SafeStrCpyForms, EveryLengthAgainstEverySize) {
-    // Short copies take other paths than long ones; every pairing of source
-    // length and buffer size up to past the longest short path is checked
-    // against the rule: min(length + 1, size) bytes, a terminator in the
-    // last byte, 15 when the text did not fit.
+    // Past the longest short path: min(length + 1, size) bytes, a terminator in the last byte, 15
+    // when the text did not fit.
     const std::string alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+-";
     for (std::size_t length = 0; length <= 64; ++length) {
         const std::string source = alphabet.substr(0, length);
@@ -93,27 +64,23 @@ TEST_P(SafeStrCpyForms, EveryLengthAgainstEverySize) {
     }
 }
 
+// Sources starting just before a page end take the careful path for the bytes near the boundary.
 TEST_P(SafeStrCpyForms, SourcesAcrossPageBoundaries) {
-    // Sources starting just before a page end take the careful path for
-    // the bytes near the boundary; the copy must be the same.
-    constexpr std::size_t kPage = 4096;
-    char *span = static_cast<char *>(::operator new (3 * kPage, std::align_val_t{kPage}));
-    std::memset(span, 'q', 3 * kPage);
+    PageSpan span;
     const std::string base = "/var/opt/kestrel/PlcLogic/Application/Application.app";
     for (std::size_t length : {0u, 5u, 15u, 16u, 31u, 32u, 40u, 53u}) {
         const std::string source = base.substr(0, length);
-        for (std::size_t start = kPage - 60; start <= kPage + 1; ++start) {
-            std::memcpy(span + start, source.c_str(), length + 1);
+        for (std::size_t start = PageSpan::kPage - 60; start <= PageSpan::kPage + 1; ++start) {
+            const char *placed = span.Place(start, source);
             for (RTS_SIZE size : {RTS_SIZE{8}, RTS_SIZE{33}, RTS_SIZE{64}}) {
                 MarkedBuffer<> dest;
-                const RTS_RESULT result = SafeStrCpy(dest.get(), size, span + start);
+                const RTS_RESULT result = SafeStrCpy(dest.get(), size, placed);
                 ASSERT_EQ(result, length + 1 > size ? ERR_BUFFERSIZE : ERR_OK) << length << ' ' << start;
                 ASSERT_EQ(dest.Text(), source.substr(0, size - 1)) << length << ' ' << start << ' ' << size;
                 ASSERT_TRUE(dest.UntouchedFrom(size));
             }
         }
     }
-    ::operator delete (span, std::align_val_t{kPage});
 }
 
 TEST_P(SafeStrCpyForms, SourcesAtTheEndOfTheirAllocation) {
@@ -136,8 +103,10 @@ TEST(CMUtlSafeStrNCpy, Table) {
         RTS_RESULT result;
     };
     using namespace std::string_literals;
+    const char unterminated[3] = {'x', 'y', 'z'}; // as from a fixed-size record
     const Row rows[] = {
-        {10, "abc", 10, "abc\0\0"s, ERR_OK}, // the text, its terminator, and a zero behind it
+        {10, unterminated, 3, "xyz\0"s, ERR_OK}, // only `count` bytes of the source are read
+        {10, "abc", 10, "abc\0\0"s, ERR_OK},     // the text, its terminator, and a zero behind it
         {10, "abc", 2, "ab\0"s, ERR_OK},
         {10, "abc", 3, "abc\0"s, ERR_OK},
         {4, "ab", 10, "ab\0\0"s, ERR_BUFFERSIZE}, // short source, large count: 15 all the same
@@ -153,20 +122,10 @@ TEST(CMUtlSafeStrNCpy, Table) {
     for (const Row &row : rows) {
         MarkedBuffer<> dest;
         EXPECT_EQ(CMUtlSafeStrNCpy(dest.get(), row.size, row.source, row.count), row.result)
-            << row.size << ' ' << row.source << ' ' << row.count;
+            << row.size << ' ' << row.count;
         EXPECT_EQ(std::string(dest.get(), row.bytes.size()), row.bytes) << row.size << ' ' << row.count;
         EXPECT_TRUE(dest.UntouchedFrom(row.bytes.size())) << row.size << ' ' << row.count;
     }
-}
-
-TEST(CMUtlSafeStrNCpy, ReadsNoFurtherThanCount) {
-    // A source without terminator, as from a fixed-size record: only
-    // `count` bytes of it may be read.
-    const char source[3] = {'x', 'y', 'z'};
-    MarkedBuffer<> dest;
-    EXPECT_EQ(CMUtlSafeStrNCpy(dest.get(), 10, source, 3), ERR_OK);
-    EXPECT_EQ(dest.Text(), "xyz");
-    EXPECT_TRUE(dest.UntouchedFrom(4));
 }
 
 TEST(CMUtlSafeStrCat, Table) {

@@ -5,10 +5,8 @@
 #include <cctype>
 #include <cstring>
 #include <memory>
-#include <new>
 #include <random>
 #include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -139,9 +137,7 @@ RTS_I32 ReferenceICmp(const std::string &a, const std::string &b) {
 }
 
 TEST_P(StrICmpForms, AgreesWithByteWiseComparisonOnGeneratedStrings) {
-    // Few distinct letters and case pairs make long equal stretches, so the
-    // word-at-a-time part sees matches, case differences and real ones at
-    // every offset.
+    // Few letters and case pairs: long equal stretches, case and real differences at every offset.
     const char alphabet[] = "aAbB@[`{\xC4\xE4z";
     std::mt19937 rng(1234);
     std::uniform_int_distribution<std::size_t> len(0, 90);
@@ -178,26 +174,10 @@ TEST_P(StrICmpForms, AgreesWithByteWiseComparisonOnGeneratedStrings) {
     }
 }
 
-// A buffer spanning a few memory pages, aligned to a page, so that strings
-// can be placed to end just before, on or just after a page boundary.
-struct PageSpan {
-    static constexpr std::size_t kPage = 4096;
-    static constexpr std::size_t kSize = 3 * kPage;
-    char *data = static_cast<char *>(::operator new (kSize, std::align_val_t{kPage}));
-    PageSpan() { std::memset(data, 'q', kSize); }
-    ~PageSpan() { ::operator delete (data, std::align_val_t{kPage}); }
-    PageSpan(const PageSpan &) = delete;
-    PageSpan &operator=(const PageSpan &) = delete;
-    // Writes `text` with its terminator so that it starts at `at`.
-    char *Place(std::size_t at, const std::string &text) {
-        std::memcpy(data + at, text.c_str(), text.size() + 1);
-        return data + at;
-    }
-};
+using kestrel::test::PageSpan;
 
 TEST_P(StrICmpForms, StringsAcrossPageBoundaries) {
-    // Every start within 40 bytes before a page end, for both strings and
-    // several lengths: blocks near the boundary are compared a byte at a time.
+    // Every start within 40 bytes before a page end, for both strings and several lengths.
     PageSpan spanA;
     PageSpan spanB;
     const std::string base = "Component.Manager.Setting.Key.With.Forty.Bytes";
@@ -228,10 +208,8 @@ TEST_P(StrICmpForms, StringsAcrossPageBoundaries) {
 }
 
 TEST_P(StrICmpForms, LongStringsRunIntoAPageEndAtEveryAlignment) {
-    // Long strings start at every offset of a 32-byte block and run into a
-    // page end part-way: the block loop hands over near the end of b's page
-    // (or of a's), at every distance from it. Equal, or differing in one
-    // byte, at every position.
+    // Starts at every offset of a 32-byte block, running into a page end of b's (or a's) part-way;
+    // equal, or differing in one byte at every position.
     PageSpan spanA;
     PageSpan spanB;
     std::string a;
@@ -249,15 +227,15 @@ TEST_P(StrICmpForms, LongStringsRunIntoAPageEndAtEveryAlignment) {
             for (std::size_t at = 0; at < a.size(); ++at) {
                 std::string c = b;
                 c[at] = '#';
-                ASSERT_EQ(StrICmp(pa, spanB.Place(startB, c)), ReferenceICmp(a, c)) << startA << ' ' << startB << ' ' << at;
+                ASSERT_EQ(StrICmp(pa, spanB.Place(startB, c)), ReferenceICmp(a, c))
+                    << startA << ' ' << startB << ' ' << at;
             }
         }
     }
 }
 
 TEST_P(StrICmpForms, StringsAtTheEndOfTheirAllocation) {
-    // Exactly sized heap blocks: a read past a terminator outside the
-    // block readers would be reported by AddressSanitizer.
+    // Exactly sized heap blocks: AddressSanitizer reports a read past them.
     for (std::size_t length = 0; length < 70; ++length) {
         std::string text(length, 'k');
         std::unique_ptr<char[]> a(new char[length + 1]);
@@ -331,34 +309,33 @@ TEST(CMUtlStrIStr, Table) {
     EXPECT_EQ(CMUtlStrIStr("a", nullptr), nullptr);
 }
 
-TEST(CMUtlCase, ConvertsInPlaceLikeTheCLocale) {
-    std::string s = "Hello, World! [@`{] \xC4\xE4";
-    EXPECT_EQ(CMUtlStrlwr(s.data()), s.data());
-    EXPECT_EQ(s, "hello, world! [@`{] \xC4\xE4");
-    EXPECT_EQ(CMUtlStrupr(s.data()), s.data());
-    EXPECT_EQ(s, "HELLO, WORLD! [@`{] \xC4\xE4");
-    EXPECT_EQ(CMUtlStrToLower(s.data()), s.data());
-    EXPECT_EQ(s, "hello, world! [@`{] \xC4\xE4");
-    EXPECT_EQ(CMUtlStrToUpper(s.data()), s.data());
-    EXPECT_EQ(s, "HELLO, WORLD! [@`{] \xC4\xE4");
-    EXPECT_EQ(CMUtlStrlwr(nullptr), nullptr);
-    EXPECT_EQ(CMUtlStrupr(nullptr), nullptr);
-}
-
+// The program runs in the C locale: every byte, in front of a longer text, must be converted as
+// the C library does, and the comparison must fold the same way.
 TEST(CMUtlCase, EveryByteMapsAsTheCLibraryDoes) {
-    // The program runs in the C locale; the tables must agree with it byte
-    // for byte, and the comparison must fold the same way.
+    struct Row {
+        char *(*convert)(char *);
+        int (*map)(int);
+    };
+    const Row rows[] = {{&CMUtlStrlwr, [](int c) { return std::tolower(c); }},
+                        {&CMUtlStrToLower, [](int c) { return std::tolower(c); }},
+                        {&CMUtlStrupr, [](int c) { return std::toupper(c); }},
+                        {&CMUtlStrToUpper, [](int c) { return std::toupper(c); }}};
     for (int c = 1; c < 256; ++c) {
-        char lower[2] = {static_cast<char>(c), 0};
-        char upper[2] = {static_cast<char>(c), 0};
-        CMUtlStrlwr(lower);
-        CMUtlStrupr(upper);
-        EXPECT_EQ(static_cast<unsigned char>(lower[0]), std::tolower(c)) << c;
-        EXPECT_EQ(static_cast<unsigned char>(upper[0]), std::toupper(c)) << c;
+        const std::string text = static_cast<char>(c) + std::string("Hello, World! [@`{] \xC4\xE4");
+        for (const Row &row : rows) {
+            std::string s = text;
+            std::string expected = text;
+            for (char &e : expected)
+                e = static_cast<char>(row.map(static_cast<unsigned char>(e)));
+            EXPECT_EQ(row.convert(s.data()), s.data());
+            EXPECT_EQ(s, expected) << c;
+        }
         const char single[2] = {static_cast<char>(c), 0};
         const char folded[2] = {static_cast<char>(std::toupper(c)), 0};
         EXPECT_EQ(CMUtlStrICmp(single, folded), 0) << c;
     }
+    EXPECT_EQ(CMUtlStrlwr(nullptr), nullptr);
+    EXPECT_EQ(CMUtlStrupr(nullptr), nullptr);
 }
 
 TEST(CMUtlStrLen, CountsBytesAndToleratesNull) {

@@ -61,45 +61,40 @@ const ToTextRow kToTextRows[] = {
     {false, 5, 1, -16, "", ERR_PARAMETER}, // ... and empty when there is none
 };
 
+// CMUtlLtoa or CMUtlUltoa.
+char *ToText(bool isSigned, RTS_I64 value, char *buffer, RTS_SIZE size, RTS_I32 radix, RTS_RESULT *result) {
+    return isSigned ? CMUtlLtoa(static_cast<RTS_I32>(value), buffer, size, radix, result)
+                    : CMUtlUltoa(static_cast<RTS_UI32>(value), buffer, size, radix, result);
+}
+
 TEST(CMUtlLtoaUltoa, Table) {
     for (const ToTextRow &row : kToTextRows) {
         MarkedBuffer<> buffer;
         RTS_RESULT result = 12345;
-        char *text = row.isSigned
-                         ? CMUtlLtoa(static_cast<RTS_I32>(row.value), buffer.get(), row.size, row.radix, &result)
-                         : CMUtlUltoa(static_cast<RTS_UI32>(row.value), buffer.get(), row.size, row.radix, &result);
         const std::string label =
             std::to_string(row.value) + " size " + std::to_string(row.size) + " radix " + std::to_string(row.radix);
-        EXPECT_EQ(text, buffer.get()) << label;
+        EXPECT_EQ(ToText(row.isSigned, row.value, buffer.get(), row.size, row.radix, &result), buffer.get()) << label;
         EXPECT_EQ(buffer.Text(), row.text) << label;
         EXPECT_EQ(result, row.result) << label;
         EXPECT_TRUE(buffer.UntouchedFrom(row.size)) << label;
         // Without a result pointer the text is the same.
         MarkedBuffer<> again;
-        if (row.isSigned) {
-            CMUtlLtoa(static_cast<RTS_I32>(row.value), again.get(), row.size, row.radix, nullptr);
-        } else {
-            CMUtlUltoa(static_cast<RTS_UI32>(row.value), again.get(), row.size, row.radix, nullptr);
-        }
+        ToText(row.isSigned, row.value, again.get(), row.size, row.radix, nullptr);
         EXPECT_EQ(again.Text(), row.text) << label;
     }
 }
 
 TEST(CMUtlLtoaUltoa, NoBufferGivesNull) {
     MarkedBuffer<> buffer;
-    RTS_RESULT result = ERR_OK;
-    EXPECT_EQ(CMUtlLtoa(5, nullptr, 10, 10, &result), nullptr);
-    EXPECT_EQ(result, ERR_PARAMETER);
-    result = ERR_OK;
-    EXPECT_EQ(CMUtlLtoa(5, buffer.get(), 0, 10, &result), nullptr);
-    EXPECT_EQ(result, ERR_PARAMETER);
-    result = ERR_OK;
-    EXPECT_EQ(CMUtlUltoa(5, nullptr, 10, 10, &result), nullptr);
-    EXPECT_EQ(result, ERR_PARAMETER);
-    result = ERR_OK;
-    EXPECT_EQ(CMUtlUltoa(5, buffer.get(), 0, 16, &result), nullptr);
-    EXPECT_EQ(result, ERR_PARAMETER);
-    EXPECT_EQ(CMUtlUltoa(5, buffer.get(), 0, 16, nullptr), nullptr);
+    for (bool isSigned : {true, false}) {
+        for (char *dest : {static_cast<char *>(nullptr), buffer.get()}) {
+            const RTS_SIZE size = dest == nullptr ? 10 : 0;
+            RTS_RESULT result = ERR_OK;
+            EXPECT_EQ(ToText(isSigned, 5, dest, size, isSigned ? 10 : 16, &result), nullptr) << isSigned << size;
+            EXPECT_EQ(result, ERR_PARAMETER);
+            EXPECT_EQ(ToText(isSigned, 5, dest, size, isSigned ? 10 : 16, nullptr), nullptr);
+        }
+    }
     EXPECT_TRUE(buffer.UntouchedFrom(0));
 }
 
@@ -152,33 +147,17 @@ struct Record {
 constexpr RTS_SIZE kKeyOffset = offsetof(Record, key);
 constexpr RTS_SIZE kNone = ~RTS_SIZE{0};
 
-TEST(CMUtlBinarySearch_UI32, FindsEveryKeyAndRejectsTheOthers) {
-    // One element more than the search is told about: it may read it.
+TEST(CMUtlBinarySearch_UI32, SearchesFromTheFirstIndex) {
     std::vector<Record> records = {{0, 2}, {1, 4}, {2, 8}, {3, 16}, {4, 32}, {5, 0xFFFFFFFF}};
-    const RTS_SIZE count = 5;
     struct Row {
         RTS_UI32 key;
         RTS_SIZE first;
         RTS_SIZE index;
         RTS_RESULT result;
     };
-    const Row rows[] = {
-        {2, 0, 0, ERR_OK},
-        {4, 0, 1, ERR_OK},
-        {8, 0, 2, ERR_OK},
-        {16, 0, 3, ERR_OK},
-        {32, 0, 4, ERR_OK},
-        {1, 0, kNone, ERR_NO_OBJECT},
-        {0, 0, kNone, ERR_NO_OBJECT},
-        {5, 0, kNone, ERR_NO_OBJECT},
-        {33, 0, kNone, ERR_NO_OBJECT},
-        {16, 3, 3, ERR_OK},
-        {16, 4, kNone, ERR_NO_OBJECT}, // the search starts at the first index
-        {8, 2, 2, ERR_OK},
-    };
-    for (const Row &row : rows) {
+    for (const Row &row : {Row{16, 3, 3, ERR_OK}, Row{16, 4, kNone, ERR_NO_OBJECT}, Row{8, 2, 2, ERR_OK}}) {
         RTS_RESULT result = 12345;
-        EXPECT_EQ(CMUtlBinarySearch_UI32(records.data(), count * sizeof(Record), sizeof(Record), kKeyOffset, row.first,
+        EXPECT_EQ(CMUtlBinarySearch_UI32(records.data(), 5 * sizeof(Record), sizeof(Record), kKeyOffset, row.first,
                                          row.key, &result),
                   row.index)
             << row.key << " from " << row.first;
@@ -187,8 +166,7 @@ TEST(CMUtlBinarySearch_UI32, FindsEveryKeyAndRejectsTheOthers) {
 }
 
 TEST(CMUtlBinarySearch_UI32, LooksAtTheElementBehindTheArray) {
-    // A key larger than all keys leads the search to index `count`: when the
-    // element stored there carries the key, its index is returned.
+    // A key larger than all leads the search to index `count`, whose element is read as well.
     std::vector<Record> records = {{0, 10}, {1, 20}, {2, 30}, {3, 999}};
     RTS_RESULT result = 12345;
     EXPECT_EQ(CMUtlBinarySearch_UI32(records.data(), 3 * sizeof(Record), sizeof(Record), kKeyOffset, 0, 999, &result),

@@ -5,6 +5,8 @@
 // checked on a machine that would only ever use one of them.
 #pragma once
 
+#include <cstring>
+#include <new>
 #include <ostream>
 #include <string>
 
@@ -46,6 +48,23 @@ inline void PrintTo(const ScanForm &form, std::ostream *os) {
 inline std::string ScanFormName(const ::testing::TestParamInfo<ScanForm> &info) {
     return info.param.name;
 }
+
+// A buffer spanning a few memory pages, aligned to a page, so that strings
+// can be placed to end just before, on or just after a page boundary.
+struct PageSpan {
+    static constexpr std::size_t kPage = 4096;
+    static constexpr std::size_t kSize = 3 * kPage;
+    char *data = static_cast<char *>(::operator new (kSize, std::align_val_t{kPage}));
+    PageSpan() { std::memset(data, 'q', kSize); }
+    ~PageSpan() { ::operator delete (data, std::align_val_t{kPage}); }
+    PageSpan(const PageSpan &) = delete;
+    PageSpan &operator=(const PageSpan &) = delete;
+    // Writes `text` with its terminator so that it starts at `at`.
+    char *Place(std::size_t at, const std::string &text) {
+        std::memcpy(data + at, text.c_str(), text.size() + 1);
+        return data + at;
+    }
+};
 
 } // namespace kestrel::test
 

@@ -108,8 +108,7 @@ TEST_F(CMStringTest, ShortTextsStayInline) {
 }
 
 TEST_F(CMStringTest, LongerTextsGoToTheHeap) {
-    // 32 characters and their terminator are 33 bytes: one more than the
-    // inline buffer, so the text is allocated with exactly that size.
+    // From 32 characters the text and its terminator go to a heap block of exactly that size.
     for (std::size_t length : {32u, 33u, 200u}) {
         const std::string text(length, 'z');
         CMSTRING s;

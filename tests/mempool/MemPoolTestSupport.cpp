@@ -121,35 +121,33 @@ RTS_RESULT TestLogAdd(RTS_HANDLE hLogger, CMPID cmpId, RTS_UI32 ulClassId, RTS_R
     return ERR_OK;
 }
 
+template <typename F> RTS_VOID_FCTPTR Fn(F *fn) {
+    return reinterpret_cast<RTS_VOID_FCTPTR>(fn);
+}
+
+// Withdraws every service the component imports, then provides those chosen.
 void ProvideServices(kestrel::test::FakeCM &cm, const Services &services) {
-    const char *const all[] = {"LogAdd",
-                               "SysMemAllocData",
-                               "SysMemFreeData",
-                               "SysSemCreate",
-                               "SysSemEnter",
-                               "SysSemLeave",
-                               "SysSemDelete",
-                               "SysIntDisableAll",
-                               "SysIntEnableAll",
-                               "SysCpuAtomicAdd",
-                               "SysExceptGenerateException"};
-    for (const char *name : all)
-        cm.Withdraw(name);
-    if (services.bLog)
-        cm.Provide("LogAdd", &TestLogAdd);
-    if (services.bMemory) {
-        cm.Provide("SysMemAllocData", &TestAllocData);
-        cm.Provide("SysMemFreeData", &TestFreeData);
-    }
-    if (services.bSemaphores) {
-        cm.Provide("SysSemCreate", &TestSemCreate);
-        cm.Provide("SysSemEnter", &TestSemEnter);
-        cm.Provide("SysSemLeave", &TestSemLeave);
-        cm.Provide("SysSemDelete", &TestSemDelete);
-    }
-    if (services.bInterrupts) {
-        cm.Provide("SysIntDisableAll", &TestIntDisableAll);
-        cm.Provide("SysIntEnableAll", &TestIntEnableAll);
+    const struct {
+        const char *name;
+        RTS_VOID_FCTPTR fn;
+        bool provided;
+    } imports[] = {
+        {"LogAdd", Fn(&TestLogAdd), services.bLog},
+        {"SysMemAllocData", Fn(&TestAllocData), services.bMemory},
+        {"SysMemFreeData", Fn(&TestFreeData), services.bMemory},
+        {"SysSemCreate", Fn(&TestSemCreate), services.bSemaphores},
+        {"SysSemEnter", Fn(&TestSemEnter), services.bSemaphores},
+        {"SysSemLeave", Fn(&TestSemLeave), services.bSemaphores},
+        {"SysSemDelete", Fn(&TestSemDelete), services.bSemaphores},
+        {"SysIntDisableAll", Fn(&TestIntDisableAll), services.bInterrupts},
+        {"SysIntEnableAll", Fn(&TestIntEnableAll), services.bInterrupts},
+        {"SysCpuAtomicAdd", nullptr, false},
+        {"SysExceptGenerateException", nullptr, false},
+    };
+    for (const auto &import : imports) {
+        cm.Withdraw(import.name);
+        if (import.provided)
+            cm.Provide(import.name, import.fn);
     }
 }
 
@@ -180,6 +178,16 @@ void MemPoolTest::StopComponent() {
     cm_.Hook(CH_EXIT2);
 }
 
+RTS_HANDLE MemPoolTest::StaticPool(RTS_SIZE s, RTS_SIZE n) {
+    const RTS_SIZE size = MEMPOOL_STATIC_AREA_SIZE(s, n);
+    areas_.emplace_back(size + MEMPOOL_ALIGN);
+    RTS_RESULT result = ERR_FAILED;
+    RTS_HANDLE h = MemPoolCreateStatic(s, size, AlignedStart(areas_.back().data()), &result);
+    EXPECT_EQ(result, ERR_OK) << s << " " << n;
+    EXPECT_NE(h, RTS_INVALID_HANDLE) << s << " " << n;
+    return h;
+}
+
 BlockFunctions BlockFunctionsFor(FakeCM &cm, BlockCaller caller) {
     if (caller == BlockCaller::Linked)
         return {&MemPoolGetBlock, &MemPoolPutBlock};
@@ -190,40 +198,6 @@ BlockFunctions BlockFunctionsFor(FakeCM &cm, BlockCaller caller) {
 
 std::string BlockCallerName(const ::testing::TestParamInfo<BlockCaller> &info) {
     return info.param == BlockCaller::Linked ? "Linked" : "Imported";
-}
-
-MEMPOOL_PCB PcbCopy(RTS_HANDLE hPool) {
-    MEMPOOL_PCB pcb;
-    std::memcpy(&pcb, hPool, sizeof pcb);
-    return pcb;
-}
-
-MEMPOOL_BLOCK *HeaderOf(void *pPayload) {
-    return reinterpret_cast<MEMPOOL_BLOCK *>(static_cast<unsigned char *>(pPayload) - MEMPOOL_BLOCK_HEADER_SIZE);
-}
-
-std::vector<void *> Drain(RTS_HANDLE hPool) {
-    std::vector<void *> blocks;
-    while (void *p = MemPoolGetBlock(hPool, nullptr))
-        blocks.push_back(p);
-    return blocks;
-}
-
-std::vector<void *> UsedList(RTS_HANDLE hPool) {
-    std::vector<void *> blocks;
-    RTS_RESULT result = ERR_FAILED;
-    for (void *p = MemPoolGetFirstBlock(hPool, &result); p != nullptr; p = MemPoolGetNextBlock(hPool, p, &result))
-        blocks.push_back(p);
-    return blocks;
-}
-
-bool AllBytes(const void *p, RTS_SIZE n, unsigned char value) {
-    const auto *c = static_cast<const unsigned char *>(p);
-    for (RTS_SIZE i = 0; i < n; ++i) {
-        if (c[i] != value)
-            return false;
-    }
-    return true;
 }
 
 } // namespace kestrel::test::mempool

@@ -4,9 +4,11 @@
 // without assuming their alignment.
 #pragma once
 
+#include <algorithm>
 #include <cstring>
 #include <functional>
 #include <map>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -29,6 +31,9 @@ inline Services NoLockService() {
 }
 inline Services InterruptsOnly() {
     return Services{true, false, true, true};
+}
+inline Services NoMemoryService() {
+    return Services{false, true, false, true};
 }
 
 // What the doubles saw, and how they answer.
@@ -89,9 +94,31 @@ class MemPoolTest : public ::testing::Test {
     void Restart(const Services &services);
     // Hook 15 only: the component is not ready until the next Restart.
     void StopComponent();
+    // A static pool of n blocks of size s on an aligned area that lives as long as the test.
+    RTS_HANDLE StaticPool(RTS_SIZE s, RTS_SIZE n);
 
     kestrel::test::FakeCM cm_;
+    std::vector<std::vector<unsigned char>> areas_;
 };
+
+// What a call gave back: its value and the result it stored through its last parameter.
+template <typename T> struct Answer {
+    T value;
+    RTS_RESULT result;
+};
+template <typename T> Answer(T, RTS_RESULT) -> Answer<T>;
+template <typename T, typename U> bool operator==(const Answer<T> &a, const Answer<U> &b) {
+    return a.value == b.value && a.result == b.result;
+}
+template <typename T> void PrintTo(const Answer<T> &a, std::ostream *os) {
+    *os << ::testing::PrintToString(a.value) << " with result " << a.result;
+}
+// Calls fn(args..., &result), with result preset to a value that no function answers.
+template <typename F, typename... A> auto Call(F fn, A... args) {
+    RTS_RESULT result = 0xBADC0DE;
+    auto value = fn(args..., &result);
+    return Answer<decltype(value)>{value, result};
+}
 
 // How a test reaches MemPoolGetBlock and MemPoolPutBlock: as the C functions that a linked-in
 // caller calls, or as the component's export table offers them to every other component (forms
@@ -105,8 +132,7 @@ BlockFunctions BlockFunctionsFor(FakeCM &cm, BlockCaller caller);
 std::string BlockCallerName(const ::testing::TestParamInfo<BlockCaller> &info);
 
 // A fixture run once per BlockCaller, with calls_ holding get and put as that caller reaches them.
-template <typename Fixture>
-class WithBlockCaller : public Fixture, public ::testing::WithParamInterface<BlockCaller> {
+template <typename Fixture> class WithBlockCaller : public Fixture, public ::testing::WithParamInterface<BlockCaller> {
   protected:
     void SetUp() override {
         Fixture::SetUp();
@@ -123,14 +149,34 @@ class WithBlockCaller : public Fixture, public ::testing::WithParamInterface<Blo
 
 // Copies of pool structures read byte-wise, so that tests never assume the alignment of a control
 // block (a static pool of block size 0 keeps it where the caller's area starts).
-MEMPOOL_PCB PcbCopy(RTS_HANDLE hPool);
-MEMPOOL_BLOCK *HeaderOf(void *pPayload);
+inline MEMPOOL_PCB PcbCopy(RTS_HANDLE hPool) {
+    MEMPOOL_PCB pcb;
+    std::memcpy(&pcb, hPool, sizeof pcb);
+    return pcb;
+}
+inline MEMPOOL_BLOCK *HeaderOf(void *pPayload) {
+    return reinterpret_cast<MEMPOOL_BLOCK *>(static_cast<unsigned char *>(pPayload) - MEMPOOL_BLOCK_HEADER_SIZE);
+}
 // Takes every free block (MemPoolGetBlock until it fails) and returns the payloads in order.
-std::vector<void *> Drain(RTS_HANDLE hPool);
+inline std::vector<void *> Drain(RTS_HANDLE hPool) {
+    std::vector<void *> blocks;
+    while (void *p = MemPoolGetBlock(hPool, nullptr))
+        blocks.push_back(p);
+    return blocks;
+}
 // The used list of a pool as payload pointers, walked with MemPoolGetFirstBlock/GetNextBlock.
-std::vector<void *> UsedList(RTS_HANDLE hPool);
+inline std::vector<void *> UsedList(RTS_HANDLE hPool) {
+    std::vector<void *> blocks;
+    RTS_RESULT result = ERR_FAILED;
+    for (void *p = MemPoolGetFirstBlock(hPool, &result); p != nullptr; p = MemPoolGetNextBlock(hPool, p, &result))
+        blocks.push_back(p);
+    return blocks;
+}
 // True when all n bytes at p equal value.
-bool AllBytes(const void *p, RTS_SIZE n, unsigned char value);
+inline bool AllBytes(const void *p, RTS_SIZE n, unsigned char value) {
+    const auto *bytes = static_cast<const unsigned char *>(p);
+    return std::all_of(bytes, bytes + n, [value](unsigned char b) { return b == value; });
+}
 // Round up to the pool alignment, as the component does.
 inline RTS_SIZE Aligned(RTS_SIZE s) {
     return MEMPOOL_ALIGN_SIZE(s);

@@ -12,7 +12,6 @@ using ComponentTest = MemPoolTest;
 TEST_F(ComponentTest, EntryFillsTheRecord) {
     const ComponentInitStruct &init = cm_.Init();
     EXPECT_EQ(init.CmpId, 30u);
-    EXPECT_EQ(init.CmpId, CMPID_CmpMemPool);
     ASSERT_NE(init.pfExportFunctions, nullptr);
     ASSERT_NE(init.pfImportFunctions, nullptr);
     ASSERT_NE(init.pfGetVersion, nullptr);
@@ -103,28 +102,23 @@ TEST_F(ComponentTest, ImportCallbackDoesNothingHookOneImportsAllOptionally) {
     EXPECT_EQ(cm_.Requested(), expected);
     EXPECT_EQ(cm_.Missing(), expected);
     // Ready without any service: locking has nothing to delegate to.
-    alignas(8) unsigned char area[MEMPOOL_STATIC_AREA_SIZE(16, 2)];
-    RTS_HANDLE h = MemPoolCreateStatic(16, sizeof area, area, nullptr);
-    EXPECT_EQ(MemPoolLock(h), ERR_NOTIMPLEMENTED);
+    EXPECT_EQ(MemPoolLock(StaticPool(16, 2)), ERR_NOTIMPLEMENTED);
     EXPECT_EQ(MemPoolCreateDynamic("X", 1, 16, nullptr), RTS_INVALID_HANDLE);
 }
 
 TEST_F(ComponentTest, OtherHooksLeaveTheComponentAsItIs) {
     const RTS_UI32 hooks[] = {CH_INIT2,      CH_INIT3,        CH_INIT_TASKS, CH_INIT_DONE,
                               CH_COMM_CYCLE, CH_EXIT_REQUEST, CH_EXIT,       CH_EXIT_FINAL};
-    alignas(8) unsigned char area[MEMPOOL_STATIC_AREA_SIZE(16, 2)];
-    RTS_HANDLE h = MemPoolCreateStatic(16, sizeof area, area, nullptr);
+    RTS_HANDLE h = StaticPool(16, 2);
     for (RTS_UI32 hook : hooks) {
         EXPECT_EQ(cm_.Hook(hook), ERR_OK) << hook;
         EXPECT_EQ(MemPoolLock(h), ERR_OK) << hook;
         EXPECT_EQ(MemPoolUnlock(h), ERR_OK) << hook;
     }
-    EXPECT_EQ(MemPoolDelete(h, "T"), ERR_OK);
 }
 
 TEST_F(ComponentTest, HookFifteenDropsTheImportsAndMarksNotReady) {
-    alignas(8) unsigned char area[MEMPOOL_STATIC_AREA_SIZE(16, 2)];
-    RTS_HANDLE h = MemPoolCreateStatic(16, sizeof area, area, nullptr);
+    RTS_HANDLE h = StaticPool(16, 2);
     EXPECT_EQ(MemPoolLock(h), ERR_OK);
     EXPECT_EQ(MemPoolUnlock(h), ERR_OK);
     StopComponent();
@@ -134,9 +128,7 @@ TEST_F(ComponentTest, HookFifteenDropsTheImportsAndMarksNotReady) {
     EXPECT_EQ(MemPoolCreateSyncObject(h), ERR_FAILED);
     EXPECT_EQ(PcbCopy(h).hSem, RTS_INVALID_HANDLE);
     // The memory service is gone too.
-    RTS_RESULT result = ERR_OK;
-    EXPECT_EQ(MemPoolCreateDynamic("X", 1, 16, &result), RTS_INVALID_HANDLE);
-    EXPECT_EQ(result, ERR_NO_COMPONENT);
+    EXPECT_EQ(Call(MemPoolCreateDynamic, "X", 1, 16), (Answer{RTS_INVALID_HANDLE, ERR_NO_COMPONENT}));
     EXPECT_EQ(g_rec.semTrace.size(), semCalls);
     EXPECT_TRUE(g_rec.allocSizes.empty());
 }
@@ -144,8 +136,7 @@ TEST_F(ComponentTest, HookFifteenDropsTheImportsAndMarksNotReady) {
 // A second hook 1 (a component loaded again, or hook 1 sent once more) re-imports while the
 // component manager's lookups keep locking its pools through the services of the first import.
 TEST_F(ComponentTest, RepeatedHookOneKeepsLockingThroughTheLookups) {
-    alignas(8) unsigned char area[MEMPOOL_STATIC_AREA_SIZE(16, 2)];
-    RTS_HANDLE h = MemPoolCreateStatic(16, sizeof area, area, nullptr);
+    RTS_HANDLE h = StaticPool(16, 2);
     ASSERT_EQ(MemPoolCreateSyncObject(h), ERR_OK);
     int lockedDuringLookup = 0;
     cm_.OnLookup([&](const char *) {
@@ -158,22 +149,18 @@ TEST_F(ComponentTest, RepeatedHookOneKeepsLockingThroughTheLookups) {
     EXPECT_EQ(g_rec.SemDepthTotal(), 0);
     EXPECT_EQ(MemPoolLock(h), ERR_OK);
     EXPECT_EQ(MemPoolUnlock(h), ERR_OK);
-    EXPECT_EQ(MemPoolDelete(h, "T"), ERR_OK);
 }
 
 // The component manager creates its static pools and links its lists before hook 1: the pools
 // work, without lock objects, and every lock call answers 3.
 TEST_F(ComponentTest, PoolsWorkBeforeTheComponentIsReady) {
     StopComponent();
-    alignas(8) unsigned char area[MEMPOOL_STATIC_AREA_SIZE(52, 4)];
-    RTS_RESULT result = ERR_FAILED;
-    RTS_HANDLE h = MemPoolCreateStatic(52, sizeof area, area, &result);
-    ASSERT_EQ(result, ERR_OK);
+    RTS_HANDLE h = StaticPool(52, 4);
     EXPECT_EQ(PcbCopy(h).hSem, RTS_INVALID_HANDLE);
     EXPECT_EQ(MemPoolLock(h), ERR_NOT_INITIALIZED);
     EXPECT_EQ(MemPoolLock(RTS_INVALID_HANDLE), ERR_NOT_INITIALIZED);
-    void *a = MemPoolGetBlock(h, &result);
-    void *b = MemPoolGetBlock(h, &result);
+    void *a = MemPoolGetBlock(h, nullptr);
+    void *b = MemPoolGetBlock(h, nullptr);
     ASSERT_NE(b, nullptr);
     EXPECT_EQ(MemPoolAppendUsedBlock(a), ERR_OK);
     EXPECT_EQ(MemPoolAppendUsedBlock(b), ERR_OK);
@@ -201,9 +188,7 @@ TEST_F(ComponentTest, ExportWithoutRegisterFunctionFails) {
     EXPECT_EQ(bare.pfExportFunctions(), ERR_NOT_INITIALIZED);
     // Hook 1 without a lookup function resolves nothing but still makes the component ready.
     EXPECT_EQ(bare.pfHookFunction(CH_INIT, 0, 0), ERR_OK);
-    alignas(8) unsigned char area[MEMPOOL_STATIC_AREA_SIZE(8, 1)];
-    RTS_HANDLE h = MemPoolCreateStatic(8, sizeof area, area, nullptr);
-    EXPECT_EQ(MemPoolLock(h), ERR_NOTIMPLEMENTED);
+    EXPECT_EQ(MemPoolLock(StaticPool(8, 1)), ERR_NOTIMPLEMENTED);
     // Back to the fixture's manager for the rest of the test.
     ASSERT_EQ(cm_.Enter(&CmpMemPoolEntry), ERR_OK);
     ASSERT_EQ(cm_.Hook(CH_INIT), ERR_OK);

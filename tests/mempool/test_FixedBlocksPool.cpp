@@ -38,10 +38,8 @@ TEST_F(FixedTest, InitRejectsNullAndZeroesTheDescriptor) {
     EXPECT_EQ(FixedBlocksPoolInit(&pool_, nullptr, 16, 0), ERR_OK);
     EXPECT_TRUE(AllBytes(&pool_, sizeof pool_, 0));
     EXPECT_TRUE(g_rec.allocSizes.empty());
-    RTS_RESULT result = ERR_OK;
-    EXPECT_EQ(FixedBlocksPoolAlloc(&pool_, 4, &result), nullptr);
-    EXPECT_EQ(result, ERR_NOT_INITIALIZED);
-    EXPECT_EQ(FixedBlocksPoolFree(&pool_, &result), ERR_NOT_INITIALIZED);
+    EXPECT_EQ(Call(FixedBlocksPoolAlloc, &pool_, 4), (Answer{nullptr, ERR_NOT_INITIALIZED}));
+    EXPECT_EQ(FixedBlocksPoolFree(&pool_, &pool_), ERR_NOT_INITIALIZED);
     EXPECT_EQ(FixedBlocksPoolReclaim(&pool_), ERR_PARAMETER);
     EXPECT_EQ(FixedBlocksPoolReclaim(nullptr), ERR_PARAMETER);
 }
@@ -72,7 +70,7 @@ TEST_F(FixedTest, InitPassesTheMemoryServiceResultOn) {
     EXPECT_EQ(FixedBlocksPoolInit(&pool_, nullptr, 16, 4), 5u);
     EXPECT_EQ(pool_.pChunks, nullptr);
     EXPECT_EQ(pool_.ulFlags, 0u);
-    Restart(Services{false, true, false, true});
+    Restart(NoMemoryService());
     EXPECT_EQ(FixedBlocksPoolInit(&pool_, nullptr, 16, 4), ERR_NO_COMPONENT);
     EXPECT_EQ(pool_.ulFlags, 0u);
 }
@@ -120,13 +118,9 @@ TEST_F(FixedTest, InitOnCallerAreasOfEveryAlignment) {
 
 TEST_F(FixedTest, AllocRejectsBadRequests) {
     ASSERT_EQ(FixedBlocksPoolInit(&pool_, nullptr, 16, 2), ERR_OK);
-    RTS_RESULT result = ERR_OK;
-    EXPECT_EQ(FixedBlocksPoolAlloc(nullptr, 4, &result), nullptr);
-    EXPECT_EQ(result, ERR_PARAMETER);
-    EXPECT_EQ(FixedBlocksPoolAlloc(&pool_, 0, &result), nullptr);
-    EXPECT_EQ(result, ERR_PARAMETER);
-    EXPECT_EQ(FixedBlocksPoolAlloc(&pool_, Aligned(16) + 1, &result), nullptr);
-    EXPECT_EQ(result, ERR_SIZE_TOO_LARGE);
+    EXPECT_EQ(Call(FixedBlocksPoolAlloc, nullptr, 4), (Answer{nullptr, ERR_PARAMETER}));
+    EXPECT_EQ(Call(FixedBlocksPoolAlloc, &pool_, 0), (Answer{nullptr, ERR_PARAMETER}));
+    EXPECT_EQ(Call(FixedBlocksPoolAlloc, &pool_, Aligned(16) + 1), (Answer{nullptr, ERR_SIZE_TOO_LARGE}));
     EXPECT_NE(FixedBlocksPoolAlloc(&pool_, Aligned(16), nullptr), nullptr);
     EXPECT_EQ(pool_.ulUsed, Aligned(16));
 }
@@ -167,13 +161,10 @@ TEST_F(FixedTest, FailedGrowthLeavesThePoolUnchanged) {
     const FIXEDBLOCKSPOOL before = pool_;
     g_rec.failAllocsAfter = 0;
     g_rec.allocFailResult = 6;
-    RTS_RESULT result = ERR_OK;
-    EXPECT_EQ(FixedBlocksPoolAlloc(&pool_, 8, &result), nullptr);
-    EXPECT_EQ(result, 6u);
+    EXPECT_EQ(Call(FixedBlocksPoolAlloc, &pool_, 8), (Answer{nullptr, RTS_RESULT{6}}));
     EXPECT_EQ(std::memcmp(&before, &pool_, sizeof pool_), 0);
-    Restart(Services{false, true, false, true});
-    EXPECT_EQ(FixedBlocksPoolAlloc(&pool_, 8, &result), nullptr);
-    EXPECT_EQ(result, ERR_NO_COMPONENT);
+    Restart(NoMemoryService());
+    EXPECT_EQ(Call(FixedBlocksPoolAlloc, &pool_, 8), (Answer{nullptr, ERR_NO_COMPONENT}));
     Restart(Services{});
 }
 

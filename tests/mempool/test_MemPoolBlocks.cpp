@@ -17,7 +17,9 @@ class BlocksTest : public MemPoolTest {
         other_ = MemPoolCreateDynamic("B", 2, 20, nullptr);
         ASSERT_NE(other_, RTS_INVALID_HANDLE);
     }
+    // No test leaves a pool lock held.
     void TearDown() override {
+        EXPECT_EQ(g_rec.SemDepthTotal(), 0);
         EXPECT_EQ(MemPoolDelete(pool_, "B"), ERR_OK);
         EXPECT_EQ(MemPoolDelete(other_, "B"), ERR_OK);
         MemPoolTest::TearDown();
@@ -71,48 +73,34 @@ class GetPutTest : public WithBlockCaller<BlocksTest> {
 };
 KESTREL_FOR_EACH_BLOCK_CALLER(GetPutTest);
 
-TEST_P(GetPutTest, GetZeroesThePayloadAndKeepsTheStaleLink) {
+TEST_P(GetPutTest, GetSetsThePoolAndKeepsTheStaleLink) {
     MEMPOOL_BLOCK *head = PcbCopy(pool_).pFreeList;
     MEMPOOL_BLOCK *second = head->pNext;
-    std::memset(reinterpret_cast<unsigned char *>(head) + MEMPOOL_BLOCK_HEADER_SIZE, 0x33, Aligned(20));
     head->pPool = nullptr;
-    void *p = Get();
-    ASSERT_EQ(HeaderOf(p), head);
-    EXPECT_TRUE(AllBytes(p, Aligned(20), 0));
+    ASSERT_EQ(HeaderOf(Get()), head);
     EXPECT_EQ(head->pPool, static_cast<MEMPOOL_PCB *>(pool_));
     EXPECT_EQ(head->pNext, second);
     EXPECT_EQ(PcbCopy(pool_).pFreeList, second);
-    EXPECT_EQ(g_rec.SemDepthTotal(), 0);
 }
 
 TEST_P(GetPutTest, ExhaustedOrInvalidPoolGivesNothing) {
     EXPECT_EQ(Drain(pool_).size(), 6u);
-    RTS_RESULT result = ERR_OK;
-    EXPECT_EQ(calls_.pfGet(pool_, &result), nullptr);
-    EXPECT_EQ(result, ERR_INVALID_POOL);
-    for (RTS_HANDLE bad : {RTS_HANDLE{nullptr}, RTS_INVALID_HANDLE}) {
-        result = ERR_OK;
-        EXPECT_EQ(calls_.pfGet(bad, &result), nullptr);
-        EXPECT_EQ(result, ERR_INVALID_POOL);
-    }
+    for (RTS_HANDLE h : {pool_, RTS_HANDLE{nullptr}, RTS_INVALID_HANDLE})
+        EXPECT_EQ(Call(calls_.pfGet, h), (Answer{nullptr, ERR_INVALID_POOL}));
     EXPECT_EQ(calls_.pfGet(pool_, nullptr), nullptr);
     EXPECT_EQ(calls_.pfGet(nullptr, nullptr), nullptr);
 }
 
-TEST_P(GetPutTest, PutFillsAndPushesOnTheFreeList) {
+TEST_P(GetPutTest, PutPushesOnTheFreeList) {
     void *a = Get();
     void *b = Get();
-    std::memset(a, 0x11, Aligned(20));
     EXPECT_EQ(calls_.pfPut(a), ERR_OK);
-    EXPECT_TRUE(AllBytes(a, Aligned(20), 0xAA));
-    EXPECT_EQ(HeaderOf(a)->pPool, static_cast<MEMPOOL_PCB *>(pool_));
     EXPECT_EQ(PcbCopy(pool_).pFreeList, HeaderOf(a));
     EXPECT_EQ(calls_.pfPut(b), ERR_OK);
     EXPECT_EQ(HeaderOf(b)->pNext, HeaderOf(a));
     // Last in, first out.
     EXPECT_EQ(Get(), b);
     EXPECT_EQ(Get(), a);
-    EXPECT_EQ(g_rec.SemDepthTotal(), 0);
 }
 
 TEST_P(GetPutTest, PutAndUsedListRejectBadBlocks) {
@@ -146,7 +134,6 @@ TEST_P(GetPutTest, PutAndUsedListRejectBadBlocks) {
     }
     EXPECT_TRUE(UsedList(pool_).empty());
     EXPECT_TRUE(AllBytes(orphan, sizeof orphan, 0));
-    EXPECT_EQ(g_rec.SemDepthTotal(), 0);
 }
 
 TEST_F(BlocksTest, AddAppendAndInsertPlaceBlocks) {
@@ -170,7 +157,6 @@ TEST_F(BlocksTest, AddAppendAndInsertPlaceBlocks) {
     EXPECT_EQ(MemPoolRemoveUsedBlock(y), ERR_OK);
     EXPECT_EQ(MemPoolInsertUsedBlock(a, y), ERR_PARAMETER);
     EXPECT_EQ(UsedList(pool_).size(), 6u);
-    EXPECT_EQ(g_rec.SemDepthTotal(), 0);
 }
 
 TEST_F(BlocksTest, RemoveFormsDifferForABlockNotOnTheList) {
@@ -190,29 +176,19 @@ TEST_F(BlocksTest, RemoveFormsDifferForABlockNotOnTheList) {
     EXPECT_EQ(MemPoolRemoveUsedBlock(c), ERR_OK);
     EXPECT_TRUE(UsedList(pool_).empty());
     EXPECT_EQ(MemPoolRemoveUsedBlock(c), ERR_PARAMETER);
-    EXPECT_EQ(g_rec.SemDepthTotal(), 0);
 }
 
 TEST_F(BlocksTest, FirstOnEmptyIsNothingNextAtTheEndIsNoError) {
-    RTS_RESULT result = ERR_OK;
-    EXPECT_EQ(MemPoolGetFirstBlock(pool_, &result), nullptr);
-    EXPECT_EQ(result, ERR_NO_OBJECT);
+    EXPECT_EQ(Call(MemPoolGetFirstBlock, pool_), (Answer{nullptr, ERR_NO_OBJECT}));
     void *a = Get();
     ASSERT_EQ(MemPoolAddUsedBlock(a), ERR_OK);
-    EXPECT_EQ(MemPoolGetFirstBlock(pool_, &result), a);
-    EXPECT_EQ(result, ERR_OK);
-    result = ERR_FAILED;
-    EXPECT_EQ(MemPoolGetNextBlock(pool_, a, &result), nullptr);
-    EXPECT_EQ(result, ERR_OK);
+    EXPECT_EQ(Call(MemPoolGetFirstBlock, pool_), (Answer{a, ERR_OK}));
+    EXPECT_EQ(Call(MemPoolGetNextBlock, pool_, a), (Answer{nullptr, ERR_OK}));
     for (RTS_HANDLE bad : {RTS_HANDLE{nullptr}, RTS_INVALID_HANDLE}) {
-        EXPECT_EQ(MemPoolGetFirstBlock(bad, &result), nullptr);
-        EXPECT_EQ(result, ERR_PARAMETER);
-        EXPECT_EQ(MemPoolGetNextBlock(bad, a, &result), nullptr);
-        EXPECT_EQ(result, ERR_PARAMETER);
+        EXPECT_EQ(Call(MemPoolGetFirstBlock, bad), (Answer{nullptr, ERR_PARAMETER}));
+        EXPECT_EQ(Call(MemPoolGetNextBlock, bad, a), (Answer{nullptr, ERR_PARAMETER}));
     }
-    EXPECT_EQ(MemPoolGetNextBlock(pool_, nullptr, &result), nullptr);
-    EXPECT_EQ(result, ERR_PARAMETER);
-    EXPECT_EQ(g_rec.SemDepthTotal(), 0);
+    EXPECT_EQ(Call(MemPoolGetNextBlock, pool_, nullptr), (Answer{nullptr, ERR_PARAMETER}));
 }
 
 TEST_F(BlocksTest, FindBlockMatchesBytesInListOrder) {
@@ -227,25 +203,18 @@ TEST_F(BlocksTest, FindBlockMatchesBytesInListOrder) {
     const unsigned char nine_one[] = {9, 1};
     const unsigned char seven[] = {7};
     const unsigned char five[] = {5};
-    RTS_RESULT result = ERR_FAILED;
-    EXPECT_EQ(MemPoolFindBlock(pool_, 4, 2, nine_one, &result), b);
-    EXPECT_EQ(result, ERR_OK);
-    EXPECT_EQ(MemPoolFindBlock(pool_, 4, 1, seven, &result), a);
-    EXPECT_EQ(MemPoolFindBlock(pool_, 4, 1, five, &result), nullptr);
-    EXPECT_EQ(result, ERR_PARAMETER);
+    EXPECT_EQ(Call(MemPoolFindBlock, pool_, 4, 2, nine_one), (Answer{b, ERR_OK}));
+    EXPECT_EQ(Call(MemPoolFindBlock, pool_, 4, 1, seven), (Answer{a, ERR_OK}));
+    EXPECT_EQ(Call(MemPoolFindBlock, pool_, 4, 1, five), (Answer{nullptr, ERR_PARAMETER}));
     // Moving c to the head makes it the first match.
     ASSERT_EQ(MemPoolRemoveUsedBlock(c), ERR_OK);
     ASSERT_EQ(MemPoolAddUsedBlock(c), ERR_OK);
-    EXPECT_EQ(MemPoolFindBlock(pool_, 4, 2, nine_one, &result), c);
+    EXPECT_EQ(Call(MemPoolFindBlock, pool_, 4, 2, nine_one), (Answer{c, ERR_OK}));
     // A comparison reaching past the payload matches nothing.
-    EXPECT_EQ(MemPoolFindBlock(pool_, Aligned(20) - 1, 2, nine_one, &result), nullptr);
-    EXPECT_EQ(result, ERR_PARAMETER);
-    EXPECT_EQ(MemPoolFindBlock(pool_, 0, 1, nullptr, &result), nullptr);
-    EXPECT_EQ(result, ERR_PARAMETER);
-    for (RTS_HANDLE bad : {RTS_HANDLE{nullptr}, RTS_INVALID_HANDLE}) {
-        EXPECT_EQ(MemPoolFindBlock(bad, 4, 1, seven, &result), nullptr);
-        EXPECT_EQ(result, ERR_PARAMETER);
-    }
+    EXPECT_EQ(Call(MemPoolFindBlock, pool_, Aligned(20) - 1, 2, nine_one), (Answer{nullptr, ERR_PARAMETER}));
+    EXPECT_EQ(Call(MemPoolFindBlock, pool_, 0, 1, nullptr), (Answer{nullptr, ERR_PARAMETER}));
+    for (RTS_HANDLE bad : {RTS_HANDLE{nullptr}, RTS_INVALID_HANDLE})
+        EXPECT_EQ(Call(MemPoolFindBlock, bad, 4, 1, seven), (Answer{nullptr, ERR_PARAMETER}));
     // The walk holds the pool lock and gives it back.
     g_rec.semTrace.clear();
     EXPECT_EQ(MemPoolFindBlock(pool_, 4, 1, seven, nullptr), a);
@@ -266,15 +235,12 @@ TEST_F(BlocksTest, IsValidBlockHandsTheLockToTheCaller) {
     EXPECT_EQ(MemPoolIsValidBlock(RTS_INVALID_HANDLE, tracked), ERR_PARAMETER);
     EXPECT_EQ(MemPoolIsValidBlock(nullptr, tracked), ERR_PARAMETER);
     EXPECT_EQ(MemPoolIsValidBlock(pool_, nullptr), ERR_PARAMETER);
-    EXPECT_EQ(g_rec.SemDepthTotal(), 0);
 }
 
 TEST_F(BlocksTest, LockBlockAnswersZeroWhateverTheLockSays) {
     void *p = Get();
     g_rec.semEnterResult = 7;
     g_rec.semLeaveResult = 8;
-    EXPECT_EQ(MemPoolLock(pool_), 7u);
-    EXPECT_EQ(MemPoolUnlock(pool_), 8u);
     EXPECT_EQ(MemPoolLockBlock(p), ERR_OK);
     EXPECT_EQ(g_rec.semDepth[FakeSemHandle(1)], 1);
     EXPECT_EQ(MemPoolUnlockBlock(p), ERR_OK);

@@ -11,7 +11,6 @@ namespace {
 using CreateTest = MemPoolTest;
 
 TEST(MemPoolSizes, DeriveFromTheStructures) {
-    EXPECT_EQ(MEMPOOL_ALIGN, sizeof(void *));
     EXPECT_EQ(MEMPOOL_PCB_SIZE, 5 * sizeof(void *));
     EXPECT_EQ(MEMPOOL_BLOCK_HEADER_SIZE, 3 * sizeof(void *));
     EXPECT_EQ(MEMPOOL_EXTENSION_HEADER_SIZE, 2 * sizeof(void *));
@@ -26,8 +25,6 @@ TEST(MemPoolSizes, DeriveFromTheStructures) {
     EXPECT_EQ(offsetof(FIXEDBLOCKSCHUNK, ulFreeIndex), 2 * sizeof(void *));
     EXPECT_EQ(MEMPOOL_ALIGN_SIZE(1), sizeof(void *));
     EXPECT_EQ(MEMPOOL_ALIGN_SIZE(sizeof(void *)), sizeof(void *));
-    EXPECT_EQ(MEMPOOL_STATIC_AREA_SIZE(12, 5),
-              MEMPOOL_PCB_SIZE + 5 * (MEMPOOL_ALIGN_SIZE(12) + MEMPOOL_BLOCK_HEADER_SIZE) + 2 * sizeof(void *));
 }
 
 // The figures of the design, which the 32-bit build shows literally.
@@ -70,58 +67,51 @@ TEST_F(CreateTest, StaticAreaSizeHoldsExactlyNBlocks) {
     }
 }
 
-TEST_F(CreateTest, StaticPoolNeedsBlockPlusOverhead) {
-    const RTS_SIZE overhead = MEMPOOL_PCB_SIZE + MEMPOOL_BLOCK_HEADER_SIZE; // 32 on the 32-bit build
-    alignas(8) unsigned char area[256];
-    RTS_RESULT result = ERR_OK;
-    // Three bytes too small for one block plus the overhead.
-    EXPECT_EQ(MemPoolCreateStatic(16, 16 + overhead - 3, area, &result), RTS_INVALID_HANDLE);
-    EXPECT_EQ(result, ERR_NOMEMORY);
-    EXPECT_EQ(MemPoolCreateStatic(16, 16 + overhead - 1, area, &result), RTS_INVALID_HANDLE);
-    EXPECT_EQ(result, ERR_NOMEMORY);
-    RTS_HANDLE h = MemPoolCreateStatic(16, 16 + overhead, area, &result);
-    ASSERT_EQ(result, ERR_OK);
-    EXPECT_EQ(h, static_cast<RTS_HANDLE>(area));
-    EXPECT_EQ(Drain(h).size(), 1u);
-    // Block size 0 needs only the control block and never has blocks.
-    EXPECT_EQ(MemPoolCreateStatic(0, MEMPOOL_PCB_SIZE - 1, area, &result), RTS_INVALID_HANDLE);
-    EXPECT_EQ(result, ERR_NOMEMORY);
-    h = MemPoolCreateStatic(0, MEMPOOL_PCB_SIZE, area, &result);
-    ASSERT_EQ(result, ERR_OK);
-    EXPECT_EQ(PcbCopy(h).pFreeList, nullptr);
-    EXPECT_EQ(PcbCopy(h).ulBlockSizeAndFlags, 0u);
-    EXPECT_EQ(MemPoolGetBlock(h, &result), nullptr);
-    EXPECT_EQ(result, ERR_INVALID_POOL);
-    EXPECT_EQ(MemPoolCreateStatic(16, sizeof area, nullptr, &result), RTS_INVALID_HANDLE);
-    EXPECT_EQ(result, ERR_PARAMETER);
-    // The result pointer is optional.
-    EXPECT_EQ(MemPoolCreateStatic(16, 1, area, nullptr), RTS_INVALID_HANDLE);
-}
-
-// The alignment skip of an unaligned area counts against its size; a pool of block size 0 starts
-// where the area starts.
-TEST_F(CreateTest, UnalignedStaticAreaLosesTheSkip) {
+// An area must hold the block, the overhead (32 bytes on the 32-bit build) and the skip to the next
+// aligned address; a pool of block size 0 needs only the control block, where the area starts.
+TEST_F(CreateTest, StaticPoolNeedsBlockPlusOverheadPlusAlignmentSkip) {
     const RTS_SIZE need = 16 + MEMPOOL_PCB_SIZE + MEMPOOL_BLOCK_HEADER_SIZE;
     std::vector<unsigned char> buffer(need + 2 * MEMPOOL_ALIGN);
     unsigned char *aligned = AlignedStart(buffer.data());
-    for (RTS_SIZE offset = 1; offset < MEMPOOL_ALIGN; ++offset) {
+    for (RTS_SIZE offset = 0; offset < MEMPOOL_ALIGN; ++offset) {
+        SCOPED_TRACE(offset);
         unsigned char *area = aligned + offset;
-        const RTS_SIZE skip = MEMPOOL_ALIGN - offset;
-        RTS_RESULT result = ERR_OK;
-        EXPECT_EQ(MemPoolCreateStatic(16, need + skip - 1, area, &result), RTS_INVALID_HANDLE) << offset;
-        EXPECT_EQ(result, ERR_NOMEMORY);
-        RTS_HANDLE h = MemPoolCreateStatic(16, need + skip, area, &result);
-        ASSERT_EQ(result, ERR_OK) << offset;
-        EXPECT_EQ(h, static_cast<RTS_HANDLE>(area + skip));
+        const RTS_SIZE skip = (MEMPOOL_ALIGN - offset) % MEMPOOL_ALIGN;
+        EXPECT_EQ(Call(MemPoolCreateStatic, 16, need + skip - 1, area), (Answer{RTS_INVALID_HANDLE, ERR_NOMEMORY}));
+        RTS_HANDLE h = area + skip;
+        ASSERT_EQ(Call(MemPoolCreateStatic, 16, need + skip, area), (Answer{h, ERR_OK}));
         EXPECT_EQ(Drain(h).size(), 1u);
-        h = MemPoolCreateStatic(0, MEMPOOL_PCB_SIZE, area, &result);
-        ASSERT_EQ(result, ERR_OK);
-        EXPECT_EQ(h, static_cast<RTS_HANDLE>(area));
-        EXPECT_EQ(PcbCopy(h).pFreeList, nullptr);
-        EXPECT_EQ(PcbCopy(h).hSem, FakeSemHandle(g_rec.semCreated));
+        EXPECT_EQ(Call(MemPoolCreateStatic, 0, MEMPOOL_PCB_SIZE - 1, area), (Answer{RTS_INVALID_HANDLE, ERR_NOMEMORY}));
+        h = area;
+        ASSERT_EQ(Call(MemPoolCreateStatic, 0, MEMPOOL_PCB_SIZE, area), (Answer{h, ERR_OK}));
+        const MEMPOOL_PCB pcb = PcbCopy(h);
+        EXPECT_EQ(pcb.pFreeList, nullptr);
+        EXPECT_EQ(pcb.ulBlockSizeAndFlags, 0u);
+        EXPECT_EQ(pcb.hSem, FakeSemHandle(g_rec.semCreated));
+        EXPECT_EQ(Call(MemPoolGetBlock, h), (Answer{nullptr, ERR_INVALID_POOL}));
         EXPECT_EQ(MemPoolLock(h), ERR_OK);
         EXPECT_EQ(MemPoolUnlock(h), ERR_OK);
         EXPECT_EQ(MemPoolDelete(h, "T"), ERR_OK);
+    }
+    EXPECT_EQ(Call(MemPoolCreateStatic, 16, need, nullptr), (Answer{RTS_INVALID_HANDLE, ERR_PARAMETER}));
+    EXPECT_EQ(MemPoolCreateStatic(16, 1, aligned, nullptr), RTS_INVALID_HANDLE); // the result pointer is optional
+}
+
+// A new pool is zeroed and holds n blocks of size s behind its control block, chained in order.
+void ExpectFreshPool(RTS_HANDLE h, RTS_SIZE s, int n, RTS_UI32 flags) {
+    const MEMPOOL_PCB pcb = PcbCopy(h);
+    EXPECT_EQ(pcb.ulBlockSizeAndFlags, Aligned(s) | flags);
+    EXPECT_EQ(pcb.pExtensions, nullptr);
+    EXPECT_EQ(pcb.pUsedList, nullptr);
+    unsigned char *first = static_cast<unsigned char *>(h) + MEMPOOL_PCB_SIZE;
+    EXPECT_EQ(pcb.pFreeList, reinterpret_cast<MEMPOOL_BLOCK *>(first));
+    for (int i = 0; i < n; ++i) {
+        auto *header = reinterpret_cast<MEMPOOL_BLOCK *>(first + i * Stride(s));
+        auto *next = reinterpret_cast<MEMPOOL_BLOCK *>(first + (i + 1) * Stride(s));
+        EXPECT_EQ(header->ulReserved, 0u) << i;
+        EXPECT_EQ(header->pPool, static_cast<MEMPOOL_PCB *>(h)) << i;
+        EXPECT_EQ(header->pNext, i + 1 < n ? next : nullptr) << i;
+        EXPECT_TRUE(AllBytes(header + 1, Aligned(s), 0)) << i;
     }
 }
 
@@ -131,80 +121,46 @@ TEST_F(CreateTest, StaticPoolZeroesItsAreaAndLaysOutBlocks) {
     const RTS_SIZE size = MEMPOOL_STATIC_AREA_SIZE(20, 3);
     RTS_HANDLE h = MemPoolCreateStatic(20, size, area, nullptr);
     ASSERT_EQ(h, static_cast<RTS_HANDLE>(area));
-    const MEMPOOL_PCB pcb = PcbCopy(h);
-    EXPECT_EQ(pcb.ulBlockSizeAndFlags, Aligned(20));
-    EXPECT_EQ(pcb.ulBlockSizeAndFlags & MEMPOOL_FLAG_DYNAMIC, 0u);
-    EXPECT_EQ(pcb.pExtensions, nullptr);
-    EXPECT_EQ(pcb.pUsedList, nullptr);
-    unsigned char *first = area + MEMPOOL_PCB_SIZE;
-    EXPECT_EQ(pcb.pFreeList, reinterpret_cast<MEMPOOL_BLOCK *>(first));
-    for (int i = 0; i < 3; ++i) {
-        auto *header = reinterpret_cast<MEMPOOL_BLOCK *>(first + i * Stride(20));
-        EXPECT_EQ(header->ulReserved, 0u);
-        EXPECT_EQ(header->pPool, static_cast<MEMPOOL_PCB *>(h));
-        EXPECT_EQ(header->pNext, i < 2 ? reinterpret_cast<MEMPOOL_BLOCK *>(first + (i + 1) * Stride(20)) : nullptr);
-        EXPECT_TRUE(AllBytes(header + 1, Aligned(20), 0));
-    }
-    // Every usable byte was cleared, the spare words too; nothing behind the area was touched.
-    EXPECT_TRUE(AllBytes(first + 3 * Stride(20), size - MEMPOOL_PCB_SIZE - 3 * Stride(20), 0));
+    ExpectFreshPool(h, 20, 3, 0);
+    // The spare words were cleared too; nothing behind the area was touched.
+    const RTS_SIZE used = MEMPOOL_PCB_SIZE + 3 * Stride(20);
+    EXPECT_TRUE(AllBytes(area + used, size - used, 0));
     EXPECT_EQ(area[size], 0x77);
-    EXPECT_EQ(MemPoolDelete(h, "T"), ERR_OK);
 }
 
+// The memory service's blocks arrive filled with 0x5A: the new pool must be zeroed all the same.
 TEST_F(CreateTest, DynamicPoolAllocatesBlocksAndControlBlock) {
     RTS_RESULT result = ERR_FAILED;
     RTS_HANDLE h = MemPoolCreateDynamic("CmpX", 4, 30, &result);
     ASSERT_EQ(result, ERR_OK);
-    ASSERT_EQ(g_rec.allocSizes.size(), 1u);
-    EXPECT_EQ(g_rec.allocSizes[0], Stride(30) * 4 + MEMPOOL_PCB_SIZE);
-    EXPECT_EQ(g_rec.allocNames[0], "CmpX");
+    EXPECT_EQ(g_rec.allocSizes, (std::vector<RTS_SIZE>{Stride(30) * 4 + MEMPOOL_PCB_SIZE}));
+    EXPECT_EQ(g_rec.allocNames, (std::vector<std::string>{"CmpX"}));
     ASSERT_EQ(g_rec.live.count(h), 1u);
-    const MEMPOOL_PCB pcb = PcbCopy(h);
-    EXPECT_EQ(pcb.ulBlockSizeAndFlags, Aligned(30) | MEMPOOL_FLAG_DYNAMIC);
-    EXPECT_EQ(pcb.hSem, FakeSemHandle(1));
-    EXPECT_EQ(pcb.pExtensions, nullptr);
-    EXPECT_EQ(pcb.pUsedList, nullptr);
-    auto *first = static_cast<unsigned char *>(h) + MEMPOOL_PCB_SIZE;
-    EXPECT_EQ(pcb.pFreeList, reinterpret_cast<MEMPOOL_BLOCK *>(first));
-    // The new pool's memory is zeroed, not left as the memory service returned it (0x5A).
-    for (int i = 0; i < 4; ++i) {
-        auto *header = reinterpret_cast<MEMPOOL_BLOCK *>(first + i * Stride(30));
-        EXPECT_EQ(header->ulReserved, 0u);
-        EXPECT_EQ(header->pPool, static_cast<MEMPOOL_PCB *>(h));
-        EXPECT_TRUE(AllBytes(header + 1, Aligned(30), 0));
-    }
-    std::vector<void *> blocks = Drain(h);
-    ASSERT_EQ(blocks.size(), 4u);
-    for (int i = 0; i < 4; ++i)
-        EXPECT_EQ(blocks[i], first + i * Stride(30) + MEMPOOL_BLOCK_HEADER_SIZE);
+    ExpectFreshPool(h, 30, 4, MEMPOOL_FLAG_DYNAMIC);
+    EXPECT_EQ(PcbCopy(h).hSem, FakeSemHandle(1));
+    EXPECT_EQ(Drain(h).size(), 4u);
     EXPECT_EQ(MemPoolDelete(h, "CmpX"), ERR_OK);
-    EXPECT_EQ(g_rec.freed, (std::vector<void *>{h}));
-    EXPECT_EQ(g_rec.freeNames, (std::vector<std::string>{"CmpX"}));
 }
 
 TEST_F(CreateTest, DynamicPoolFailures) {
-    RTS_RESULT result = ERR_OK;
     g_rec.failAllocsAfter = 0;
-    EXPECT_EQ(MemPoolCreateDynamic("X", 2, 8, &result), RTS_INVALID_HANDLE);
-    EXPECT_EQ(result, ERR_NOMEMORY);
+    EXPECT_EQ(Call(MemPoolCreateDynamic, "X", 2, 8), (Answer{RTS_INVALID_HANDLE, ERR_NOMEMORY}));
     // A size that cannot be represented is out of memory without asking the service.
     g_rec.failAllocsAfter = -1;
     g_rec.allocSizes.clear();
-    EXPECT_EQ(MemPoolCreateDynamic("X", 2, static_cast<RTS_SIZE>(MEMPOOL_SIZE_MASK) + 1, &result), RTS_INVALID_HANDLE);
-    EXPECT_EQ(result, ERR_NOMEMORY);
-    EXPECT_EQ(MemPoolCreateDynamic("X", 0xFFFFFFFFu, MEMPOOL_SIZE_MASK - 64, &result), RTS_INVALID_HANDLE);
-    EXPECT_EQ(result, ERR_NOMEMORY);
+    const RTS_SIZE tooLarge = static_cast<RTS_SIZE>(MEMPOOL_SIZE_MASK) + 1;
+    EXPECT_EQ(Call(MemPoolCreateDynamic, "X", 2, tooLarge), (Answer{RTS_INVALID_HANDLE, ERR_NOMEMORY}));
+    EXPECT_EQ(Call(MemPoolCreateDynamic, "X", 0xFFFFFFFFu, MEMPOOL_SIZE_MASK - 64),
+              (Answer{RTS_INVALID_HANDLE, ERR_NOMEMORY}));
     if (sizeof(void *) == 4) {
         EXPECT_TRUE(g_rec.allocSizes.empty());
     }
-    Restart(Services{false, true, false, true});
-    EXPECT_EQ(MemPoolCreateDynamic("X", 2, 8, &result), RTS_INVALID_HANDLE);
-    EXPECT_EQ(result, ERR_NO_COMPONENT);
+    Restart(NoMemoryService());
+    EXPECT_EQ(Call(MemPoolCreateDynamic, "X", 2, 8), (Answer{RTS_INVALID_HANDLE, ERR_NO_COMPONENT}));
     EXPECT_TRUE(g_rec.semTrace.empty());
 }
 
-// A pool created with 0 blocks still points its free list right behind the control block, which
-// is just past its memory. The head is compared, never followed.
+// With 0 blocks the free list still points right behind the control block, just past the memory.
 TEST_F(CreateTest, DynamicPoolWithoutBlocksPointsPastItsMemory) {
     RTS_RESULT result = ERR_FAILED;
     RTS_HANDLE h = MemPoolCreateDynamic("X", 0, 16, &result);
@@ -217,15 +173,10 @@ TEST_F(CreateTest, DynamicPoolWithoutBlocksPointsPastItsMemory) {
 }
 
 TEST_F(CreateTest, GetPcbIsTheIdentityExceptForTheInvalidHandle) {
-    alignas(8) unsigned char area[MEMPOOL_STATIC_AREA_SIZE(8, 1)];
-    RTS_HANDLE h = MemPoolCreateStatic(8, sizeof area, area, nullptr);
-    RTS_RESULT result = ERR_FAILED;
-    EXPECT_EQ(MemPoolGetPCB(h, &result), static_cast<MEMPOOL_PCB *>(h));
-    EXPECT_EQ(result, ERR_OK);
-    EXPECT_EQ(MemPoolGetPCB(RTS_INVALID_HANDLE, &result), nullptr);
-    EXPECT_EQ(result, ERR_PARAMETER);
+    RTS_HANDLE h = StaticPool(8, 1);
+    EXPECT_EQ(Call(MemPoolGetPCB, h), (Answer{static_cast<MEMPOOL_PCB *>(h), ERR_OK}));
+    EXPECT_EQ(Call(MemPoolGetPCB, RTS_INVALID_HANDLE), (Answer{nullptr, ERR_PARAMETER}));
     EXPECT_EQ(MemPoolGetPCB(nullptr, nullptr), nullptr);
-    EXPECT_EQ(MemPoolDelete(h, "T"), ERR_OK);
 }
 
 } // namespace

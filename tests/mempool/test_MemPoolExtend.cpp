@@ -46,25 +46,23 @@ TEST_F(ExtendTest, DynamicExtensionIsFilledLaidOutAndTakenFirst) {
 }
 
 TEST_F(ExtendTest, DynamicExtensionFailures) {
-    alignas(8) unsigned char area[MEMPOOL_STATIC_AREA_SIZE(8, 1)];
     alignas(8) unsigned char more[MEMPOOL_STATIC_AREA_SIZE(8, 2)];
-    RTS_HANDLE h = MemPoolCreateStatic(8, sizeof area, area, nullptr);
+    RTS_HANDLE h = StaticPool(8, 1);
     EXPECT_EQ(MemPoolExtendDynamic(nullptr, "X", 1), ERR_INVALID_POOL);
     EXPECT_EQ(MemPoolExtendDynamic(RTS_INVALID_HANDLE, "X", 1), ERR_INVALID_POOL);
     // A failed allocation leaves the pool unchanged.
     const MEMPOOL_PCB before = PcbCopy(h);
     g_rec.failAllocsAfter = 0;
     EXPECT_EQ(MemPoolExtendDynamic(h, "X", 1), ERR_NOMEMORY);
-    EXPECT_EQ(std::memcmp(&before, area, sizeof before), 0);
+    EXPECT_EQ(std::memcmp(&before, h, sizeof before), 0);
     g_rec.failAllocsAfter = -1;
     // Once a static chunk is the newest, the pool no longer grows dynamically.
     ASSERT_EQ(MemPoolExtendStatic(h, sizeof more, more), ERR_OK);
     g_rec.allocSizes.clear();
     EXPECT_EQ(MemPoolExtendDynamic(h, "X", 1), ERR_INVALID_POOL);
     EXPECT_TRUE(g_rec.allocSizes.empty());
-    Restart(Services{false, true, false, true});
+    Restart(NoMemoryService());
     EXPECT_EQ(MemPoolExtendDynamic(h, "X", 1), ERR_NO_COMPONENT);
-    EXPECT_EQ(MemPoolDelete(h, "T"), ERR_OK);
 }
 
 TEST_F(ExtendTest, DynamicExtensionWithoutBlocksLeavesTheFreeList) {
@@ -79,8 +77,7 @@ TEST_F(ExtendTest, DynamicExtensionWithoutBlocksLeavesTheFreeList) {
 }
 
 TEST_F(ExtendTest, StaticExtensionUsesTheAlignedArea) {
-    alignas(8) unsigned char area[MEMPOOL_STATIC_AREA_SIZE(16, 1)];
-    RTS_HANDLE h = MemPoolCreateStatic(16, sizeof area, area, nullptr);
+    RTS_HANDLE h = StaticPool(16, 1);
     const RTS_SIZE minimum = 16 + MEMPOOL_EXTENSION_HEADER_SIZE + MEMPOOL_BLOCK_HEADER_SIZE; // s + 20 on 32-bit
     std::vector<unsigned char> buffer(5 * minimum, 0x11);
     unsigned char *aligned = AlignedStart(buffer.data());
@@ -109,61 +106,50 @@ TEST_F(ExtendTest, StaticExtensionUsesTheAlignedArea) {
     EXPECT_EQ(MemPoolExtendStatic(nullptr, minimum, start), ERR_INVALID_POOL);
     EXPECT_EQ(MemPoolExtendStatic(RTS_INVALID_HANDLE, minimum, start), ERR_INVALID_POOL);
     RTS_HANDLE hd = MemPoolCreateDynamic("D", 1, 16, nullptr);
-    EXPECT_EQ(MemPoolExtendStatic(hd, sizeof area, area), ERR_INVALID_POOL);
+    EXPECT_EQ(MemPoolExtendStatic(hd, 4 * minimum, aligned), ERR_INVALID_POOL);
     EXPECT_EQ(MemPoolDelete(hd, "D"), ERR_OK);
-    alignas(8) unsigned char area2[MEMPOOL_STATIC_AREA_SIZE(16, 1)];
-    RTS_HANDLE h2 = MemPoolCreateStatic(16, sizeof area2, area2, nullptr);
+    RTS_HANDLE h2 = StaticPool(16, 1);
     ASSERT_EQ(MemPoolExtendDynamic(h2, "X", 1), ERR_OK);
     EXPECT_EQ(MemPoolExtendStatic(h2, 4 * minimum, aligned), ERR_INVALID_POOL);
     EXPECT_EQ(MemPoolDelete(h2, "X"), ERR_OK);
-    EXPECT_EQ(MemPoolDelete(h, "T"), ERR_OK);
 }
 
 TEST_F(ExtendTest, GetBlock2GrowsByExactlyOneBlock) {
     RTS_HANDLE h = MemPoolCreateDynamic("P", 1, 40, nullptr);
-    void *only = MemPoolGetBlock(h, nullptr);
-    ASSERT_NE(only, nullptr);
-    RTS_RESULT result = ERR_OK;
-    EXPECT_EQ(MemPoolGetBlock(h, &result), nullptr);
-    EXPECT_EQ(result, ERR_INVALID_POOL);
+    ASSERT_NE(MemPoolGetBlock(h, nullptr), nullptr);
+    EXPECT_EQ(Call(MemPoolGetBlock, h), (Answer{nullptr, ERR_INVALID_POOL}));
     g_rec.allocSizes.clear();
+    RTS_RESULT result = ERR_FAILED;
     void *grown = MemPoolGetBlock2(h, 100, "Grow", &result);
     ASSERT_NE(grown, nullptr);
     EXPECT_EQ(result, ERR_OK);
     EXPECT_EQ(g_rec.allocSizes, (std::vector<RTS_SIZE>{Stride(40) + MEMPOOL_EXTENSION_HEADER_SIZE}));
     EXPECT_EQ(g_rec.allocNames.back(), "Grow");
     EXPECT_TRUE(AllBytes(grown, Aligned(40), 0));
-    EXPECT_EQ(MemPoolGetBlock(h, &result), nullptr);
+    EXPECT_EQ(MemPoolGetBlock(h, nullptr), nullptr);
     // While a block is free, GetBlock2 does not grow.
     ASSERT_EQ(MemPoolPutBlock(grown), ERR_OK);
     EXPECT_EQ(MemPoolGetBlock2(h, 5, "Grow", &result), grown);
     EXPECT_EQ(g_rec.allocSizes.size(), 1u);
     // Growth that fails is out of memory.
     g_rec.failAllocsAfter = 0;
-    EXPECT_EQ(MemPoolGetBlock2(h, 1, "Grow", &result), nullptr);
-    EXPECT_EQ(result, ERR_NOMEMORY);
-    EXPECT_EQ(MemPoolGetBlock2(RTS_INVALID_HANDLE, 1, "Grow", &result), nullptr);
-    EXPECT_EQ(result, ERR_NOMEMORY);
+    EXPECT_EQ(Call(MemPoolGetBlock2, h, 1, "Grow"), (Answer{nullptr, ERR_NOMEMORY}));
+    EXPECT_EQ(Call(MemPoolGetBlock2, RTS_INVALID_HANDLE, 1, "Grow"), (Answer{nullptr, ERR_NOMEMORY}));
     EXPECT_EQ(MemPoolDelete(h, "P"), ERR_OK);
 }
 
 TEST_F(ExtendTest, GetBlock2OnAStaticallyExtendedPoolFails) {
-    alignas(8) unsigned char area[MEMPOOL_STATIC_AREA_SIZE(8, 1)];
     alignas(8) unsigned char more[MEMPOOL_EXTENSION_HEADER_SIZE + MEMPOOL_ALIGN_SIZE(8) + MEMPOOL_BLOCK_HEADER_SIZE];
-    RTS_HANDLE h = MemPoolCreateStatic(8, sizeof area, area, nullptr);
+    RTS_HANDLE h = StaticPool(8, 1);
     ASSERT_EQ(MemPoolExtendStatic(h, sizeof more, more), ERR_OK);
     EXPECT_EQ(Drain(h).size(), 2u);
-    RTS_RESULT result = ERR_OK;
-    EXPECT_EQ(MemPoolGetBlock2(h, 1, "X", &result), nullptr);
-    EXPECT_EQ(result, ERR_NOMEMORY);
+    EXPECT_EQ(Call(MemPoolGetBlock2, h, 1, "X"), (Answer{nullptr, ERR_NOMEMORY}));
     EXPECT_TRUE(g_rec.allocSizes.empty());
-    EXPECT_EQ(MemPoolDelete(h, "T"), ERR_OK);
 }
 
 TEST_F(ExtendTest, CleanupFreesDynamicChunksOnly) {
-    alignas(8) unsigned char area[MEMPOOL_STATIC_AREA_SIZE(8, 1)];
     alignas(8) unsigned char more[MEMPOOL_STATIC_AREA_SIZE(8, 1)];
-    RTS_HANDLE hs = MemPoolCreateStatic(8, sizeof area, area, nullptr);
+    RTS_HANDLE hs = StaticPool(8, 1);
     ASSERT_EQ(MemPoolExtendStatic(hs, sizeof more, more), ERR_OK);
     EXPECT_EQ(MemPoolCleanup(hs, "S", 0), ERR_OK);
     EXPECT_EQ(Extensions(hs), nullptr);
@@ -189,7 +175,6 @@ TEST_F(ExtendTest, CleanupFreesDynamicChunksOnly) {
     EXPECT_EQ(MemPoolCleanup(nullptr, "X", 1), ERR_INVALID_POOL);
     EXPECT_EQ(MemPoolCleanup(RTS_INVALID_HANDLE, "X", 1), ERR_INVALID_POOL);
     EXPECT_EQ(MemPoolDelete(h, "P"), ERR_OK);
-    EXPECT_EQ(MemPoolDelete(hs, "S"), ERR_OK);
 }
 
 } // namespace

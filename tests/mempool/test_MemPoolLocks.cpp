@@ -1,7 +1,6 @@
 // Pool locks and deletion: the lock object chosen by the services present (semaphore, interrupt
 // lock, none), lock and unlock delegation and their results, deleting lock objects, and
 // MemPoolDelete with its leak report.
-#include <cinttypes>
 #include <cstdio>
 
 #include "MemPoolTestSupport.h"
@@ -36,9 +35,7 @@ TEST_P(GetPutLockTest, LockObjectAndDelegationFollowTheServices) {
         g_rec.semTrace.clear();
         g_rec.intDisabled.clear();
         g_rec.intEnabled.clear();
-        alignas(8) unsigned char area[MEMPOOL_STATIC_AREA_SIZE(16, 2)];
-        RTS_HANDLE h = MemPoolCreateStatic(16, sizeof area, area, nullptr);
-        ASSERT_NE(h, RTS_INVALID_HANDLE);
+        RTS_HANDLE h = StaticPool(16, 2);
         EXPECT_EQ(PcbCopy(h).hSem, row.expectedSem);
         EXPECT_EQ(MemPoolLock(h), row.lockResult);
         EXPECT_EQ(MemPoolUnlock(h), row.lockResult);
@@ -66,9 +63,7 @@ TEST_P(GetPutLockTest, LockObjectAndDelegationFollowTheServices) {
         }
         // Taken from an exhausted pool, get answers 20 and leaves the lock free.
         void *blocks[] = {calls_.pfGet(h, nullptr), calls_.pfGet(h, nullptr)};
-        RTS_RESULT result = ERR_OK;
-        EXPECT_EQ(calls_.pfGet(h, &result), nullptr);
-        EXPECT_EQ(result, ERR_INVALID_POOL);
+        EXPECT_EQ(Call(calls_.pfGet, h), (Answer{nullptr, ERR_INVALID_POOL}));
         EXPECT_EQ(g_rec.SemDepthTotal(), 0);
         EXPECT_EQ(g_rec.intDepth, 0);
         for (void *block : blocks)
@@ -82,8 +77,7 @@ TEST_P(GetPutLockTest, LockObjectAndDelegationFollowTheServices) {
 // function unlocks through the interrupt lock.
 TEST_P(GetPutLockTest, LockAndUnlockChooseTheirServicesSeparately) {
     Restart(Services{true, true, true, true});
-    alignas(8) unsigned char area[MEMPOOL_STATIC_AREA_SIZE(16, 2)];
-    RTS_HANDLE h = MemPoolCreateStatic(16, sizeof area, area, nullptr);
+    RTS_HANDLE h = StaticPool(16, 2);
     StopComponent();
     cm_.Withdraw("SysSemLeave");
     ASSERT_EQ(cm_.Hook(CH_INIT), ERR_OK);
@@ -106,8 +100,7 @@ TEST_P(GetPutLockTest, LockAndUnlockChooseTheirServicesSeparately) {
 }
 
 TEST_F(LockTest, LockPassesTheServiceResultOn) {
-    alignas(8) unsigned char area[MEMPOOL_STATIC_AREA_SIZE(16, 2)];
-    RTS_HANDLE h = MemPoolCreateStatic(16, sizeof area, area, nullptr);
+    RTS_HANDLE h = StaticPool(16, 2);
     g_rec.semEnterResult = 5;
     g_rec.semLeaveResult = 6;
     EXPECT_EQ(MemPoolLock(h), 5u);
@@ -123,8 +116,7 @@ TEST_F(LockTest, LockPassesTheServiceResultOn) {
 }
 
 TEST_F(LockTest, CreateSyncObjectReturnsTheSemaphoreResult) {
-    alignas(8) unsigned char area[MEMPOOL_STATIC_AREA_SIZE(16, 2)];
-    RTS_HANDLE h = MemPoolCreateStatic(16, sizeof area, area, nullptr);
+    RTS_HANDLE h = StaticPool(16, 2);
     g_rec.semCreateResult = 17;
     EXPECT_EQ(MemPoolCreateSyncObject(h), 17u);
     EXPECT_EQ(PcbCopy(h).hSem, FakeSemHandle(2));
@@ -136,8 +128,7 @@ TEST_F(LockTest, CreateSyncObjectReturnsTheSemaphoreResult) {
 }
 
 TEST_F(LockTest, DeleteSyncObjectDeletesOnlyARealSemaphore) {
-    alignas(8) unsigned char area[MEMPOOL_STATIC_AREA_SIZE(16, 2)];
-    RTS_HANDLE h = MemPoolCreateStatic(16, sizeof area, area, nullptr);
+    RTS_HANDLE h = StaticPool(16, 2);
     g_rec.semDeleteResult = 4;
     EXPECT_EQ(MemPoolDeleteSyncObject(h), 4u);
     EXPECT_EQ(g_rec.semTrace.back(), "delete 1");
@@ -195,8 +186,7 @@ TEST_F(LockTest, DeleteReportsTrackedBlocksAndFreesThePool) {
 TEST_F(LockTest, LeakLineIsTheLiteralTextOn32Bit) {
     if (sizeof(void *) != 4)
         GTEST_SKIP() << "the literal format holds for the 32-bit build";
-    alignas(4) unsigned char area[MEMPOOL_STATIC_AREA_SIZE(8, 1)];
-    RTS_HANDLE h = MemPoolCreateStatic(8, sizeof area, area, nullptr);
+    RTS_HANDLE h = StaticPool(8, 1);
     void *p = MemPoolGetBlock(h, nullptr);
     ASSERT_EQ(MemPoolAddUsedBlock(p), ERR_OK);
     EXPECT_EQ(MemPoolDelete(h, "Cmp32"), ERR_OK);
@@ -211,8 +201,7 @@ TEST_F(LockTest, LeakLineIsTheLiteralTextOn32Bit) {
 
 TEST_F(LockTest, DeleteOfAStaticPoolWithoutLoggerFreesNothingOfTheCaller) {
     Restart(Services{true, true, false, false});
-    alignas(8) unsigned char area[MEMPOOL_STATIC_AREA_SIZE(8, 2)];
-    RTS_HANDLE h = MemPoolCreateStatic(8, sizeof area, area, nullptr);
+    RTS_HANDLE h = StaticPool(8, 2);
     ASSERT_EQ(MemPoolExtendDynamic(h, "S", 1), ERR_OK);
     void *chunk = PcbCopy(h).pExtensions;
     ASSERT_EQ(MemPoolAddUsedBlock(MemPoolGetBlock(h, nullptr)), ERR_OK);
