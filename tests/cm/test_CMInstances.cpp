@@ -20,28 +20,23 @@ class InstanceTest : public CMTest {
         a.cmpId = 0x7001;
         a.classId = kClass;
         a.deleteResult = 7;
-        return Start({{"TestCmpA", &TestCmpAEntry, 0}, {"TestCmpB", &TestCmpBEntry, 0}});
+        return Start({CmpA(), CmpB()});
     }
 };
 
-TEST_F(InstanceTest, ClassRegisteredInTheEntryCreatesInstances) {
-    ASSERT_EQ(ERR_OK, StartWithClass());
-    R().Reset();
-    RTS_RESULT result = ERR_FAILED;
-    RTS_HANDLE h = CMCreateInstance(kClass, &result);
-    EXPECT_NE(nullptr, h);
-    EXPECT_EQ(ERR_OK, result);
-    ASSERT_EQ(1u, R().Events().size());
-    EXPECT_EQ("TestCmpA:create", R().Events()[0].text);
-    EXPECT_EQ(nullptr, CMCreateInstance(0x99, &result));
-    EXPECT_EQ(ERR_PARAMETER, result);
-}
-
-TEST_F(InstanceTest, ClassWithoutOwnerOrCallback) {
+// A class registered in the entry creates instances through its owner; a class whose owner is
+// missing or has no callbacks creates none.
+TEST_F(InstanceTest, CreateThroughTheClassOwner) {
     R().Behaviour("TestCmpB").bNoInstances = 1;
     R().Behaviour("TestCmpB").cmpId = 0x7002;
     ASSERT_EQ(ERR_OK, StartWithClass());
-    RTS_RESULT result = ERR_OK;
+    R().Reset();
+    RTS_RESULT result = ERR_FAILED;
+    EXPECT_NE(nullptr, CMCreateInstance(kClass, &result));
+    EXPECT_EQ(ERR_OK, result);
+    EXPECT_THAT(R().Trace(), ElementsAre("TestCmpA:create"));
+    EXPECT_EQ(nullptr, CMCreateInstance(0x99, &result));
+    EXPECT_EQ(ERR_PARAMETER, result);
     ASSERT_NE(RTS_INVALID_HANDLE, CMRegisterClass(0x7999, 0x66)); // no such component
     EXPECT_EQ(nullptr, CMCreateInstance(0x66, &result));
     EXPECT_EQ(ERR_FAILED, result);
@@ -109,22 +104,16 @@ TEST_F(InstanceTest, DeleteInstance) {
     EXPECT_EQ(ERR_FAILED, CMDeleteInstance(&unknownClassInstance));
     EXPECT_EQ(7u, CMDeleteInstance2(kClass, &instance));
     EXPECT_EQ(ERR_PARAMETER, CMDeleteInstance2(0x99, &instance));
-    CMUnregisterInstance(&instance);
-    CMUnregisterInstance(&unknownClassInstance);
-}
-
-// CMDeleteInstance2 asks the create-instance callback whether the owner deals in instances.
-TEST_F(InstanceTest, DeleteInstance2TestsTheCreateCallback) {
-    ASSERT_EQ(ERR_OK, StartWithClass());
+    // CMDeleteInstance2 asks the create-instance callback whether the owner deals in instances.
     ComponentInfo *pA = Find("TestCmpA");
     PF_CREATE_INSTANCE pfCreate = pA->pfCreateInstance;
     pA->pfCreateInstance = nullptr;
-    int instance = 0;
     R().Reset();
     EXPECT_EQ(ERR_FAILED, CMDeleteInstance2(kClass, &instance));
     EXPECT_TRUE(R().Trace().empty());
     pA->pfCreateInstance = pfCreate;
-    EXPECT_EQ(7u, CMDeleteInstance2(kClass, &instance));
+    CMUnregisterInstance(&instance);
+    CMUnregisterInstance(&unknownClassInstance);
 }
 
 TEST_F(InstanceTest, InstanceListsNeedTheCM) {

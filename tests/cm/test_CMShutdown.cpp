@@ -17,7 +17,7 @@ class ShutdownTest : public CMTest {};
 TEST_F(ShutdownTest, HooksAndEventsInTheirOrder) {
     R().Behaviour("TestCmpA").cmpId = 0x7001;
     R().Behaviour("TestCmpB").cmpId = 0x7002;
-    ASSERT_EQ(ERR_OK, Start({{"TestCmpA", &TestCmpAEntry, 0}, {"TestCmpB", &TestCmpBEntry, 1}}));
+    ASSERT_EQ(ERR_OK, Start({CmpA(), CmpB(1)}));
     R().Reset();
     EXPECT_EQ(ERR_OK, Stop());
     std::vector<std::string> expected = {
@@ -32,11 +32,8 @@ TEST_F(ShutdownTest, HooksAndEventsInTheirOrder) {
     EXPECT_THAT(R().Trace(), ElementsAreArray(expected));
     EXPECT_EQ(1, CMGetExit());
     EXPECT_EQ(6, F().nEventsDeleted);
-    std::vector<LogLine> down = F().LogWithInfo(35);
-    ASSERT_EQ(1u, down.size());
-    EXPECT_EQ("KESTREL Control shutdown...", down[0].text);
-    ASSERT_EQ(1u, F().LogWithInfo(36).size());
-    EXPECT_EQ("KESTREL Control shutdown done", F().LogWithInfo(36)[0].text);
+    ExpectLog(35, LOG_INFO, ERR_OK, "KESTREL Control shutdown...");
+    ExpectLog(36, LOG_INFO, ERR_OK, "KESTREL Control shutdown done");
     // The CM's pools are gone.
     EXPECT_EQ(ERR_FAILED, CMCallHook(CH_COMM_CYCLE, 0, 0, 0));
     RTS_RESULT result = ERR_OK;
@@ -49,7 +46,7 @@ TEST_F(ShutdownTest, HooksAndEventsInTheirOrder) {
 TEST_F(ShutdownTest, LastSetGoesAfterHook16) {
     R().Behaviour("TestCmpC").cmpId = CMPID_SysExcept;
     R().Behaviour("TestCmpD").cmpId = CMPID_SysSem;
-    ASSERT_EQ(ERR_OK, Start({{"TestCmpC", &TestCmpCEntry, 1}, {"TestCmpD", &TestCmpDEntry, 0}}));
+    ASSERT_EQ(ERR_OK, Start({CmpC(1), CmpD()}));
     R().Reset();
     Stop();
     EXPECT_THAT(R().Trace("TestCmpC"),
@@ -76,7 +73,7 @@ class ExitRequestTest : public CMTest, public ::testing::WithParamInterface<Exit
 TEST_P(ExitRequestTest, RepeatsWithinTheBound) {
     const ExitRequestCase &c = GetParam();
     AddAnswer(R().Behaviour("TestCmpA"), CH_EXIT_REQUEST, ERR_CALL_AGAIN, c.nAnswers10);
-    ASSERT_EQ(ERR_OK, Start({{"TestCmpA", &TestCmpAEntry, 0}, {"TestCmpB", &TestCmpBEntry, 0}}));
+    ASSERT_EQ(ERR_OK, Start({CmpA(), CmpB()}));
     F().ulNowMs = c.ulStartMs;
     F().ulStepMs = c.ulStepMs;
     R().Reset();
@@ -96,7 +93,7 @@ INSTANTIATE_TEST_SUITE_P(Cases, ExitRequestTest,
 // A disabled component goes back to state 2 and is unloaded with its group.
 TEST_F(ShutdownTest, DisabledComponentIsUnloadedToo) {
     R().Behaviour("TestCmpA").entryResult = 1;
-    Start({{"TestCmpA", &TestCmpAEntry, 0}, {"TestCmpB", &TestCmpBEntry, 0}});
+    Start({CmpA(), CmpB()});
     R().Reset();
     Stop();
     std::vector<std::string> b = R().Trace("TestCmpB");
@@ -115,15 +112,18 @@ TEST_F(ShutdownTest, ExitWithoutStartDoesNothingHarmful) {
     EXPECT_EQ(0u, F().memory["CM"]);
 }
 
-TEST_F(ShutdownTest, SetExitIsSeenUntilTheNextStart) {
-    ASSERT_EQ(ERR_OK, Start({}));
+// The exit flag is seen until the next start, which begins with a fresh table.
+TEST_F(ShutdownTest, RestartClearsExitFlagAndTable) {
+    ASSERT_EQ(ERR_OK, Start({CmpA()}));
     EXPECT_EQ(0, CMGetExit());
     CMSetExit();
     EXPECT_EQ(1, CMGetExit());
     Stop();
     EXPECT_EQ(1, CMGetExit());
-    ASSERT_EQ(ERR_OK, Start({}));
+    ASSERT_EQ(ERR_OK, Start({CmpB()}));
     EXPECT_EQ(0, CMGetExit());
+    EXPECT_EQ(nullptr, Find("TestCmpA"));
+    EXPECT_NE(nullptr, Find("TestCmpB"));
 }
 
 } // namespace

@@ -22,6 +22,14 @@ class TableTest : public CMTest {
         tmpl.usState = CM_STATE_LOADED;
         return tmpl;
     }
+
+    // The added record, or null if the table refused it.
+    static ComponentInfo *Add(const char *pszName, RTS_UI8 bStaticName = 1, RTS_UI16 usFlags = 0) {
+        ComponentInfo tmpl = Template(pszName, bStaticName, usFlags);
+        RTS_RESULT result = ERR_FAILED;
+        ComponentInfo *p = CMAddComponent(&tmpl, &result);
+        return result == ERR_OK ? p : nullptr;
+    }
 };
 
 TEST_F(TableTest, DuplicateOnlyWhileTheFirstIsLoaded) {
@@ -42,10 +50,8 @@ TEST_F(TableTest, FlagsAndNameCopy) {
     ASSERT_EQ(ERR_OK, Start({}));
     RTS_I32 nBefore = CMGetNumOfComponents();
     char szName[] = "Copied";
-    ComponentInfo tmpl = Template(szName, 0, CM_FLAG_STATIC);
-    RTS_RESULT result = ERR_FAILED;
-    ComponentInfo *p = CMAddComponent(&tmpl, &result);
-    ASSERT_EQ(ERR_OK, result);
+    ComponentInfo *p = Add(szName, 0, CM_FLAG_STATIC);
+    ASSERT_NE(nullptr, p);
     EXPECT_EQ(CM_FLAG_STATIC | CM_FLAG_ADDED, p->usFlags);
     EXPECT_NE(szName, p->pszName);
     EXPECT_STREQ("Copied", p->pszName);
@@ -55,11 +61,11 @@ TEST_F(TableTest, FlagsAndNameCopy) {
     EXPECT_EQ(0, F().memory["CM"]);
     EXPECT_EQ(nBefore + 1, CMGetNumOfComponents()); // the counter only grows
 
-    ComponentInfo marked = Template("Marked", 1, CM_FLAG_MARK_EXISTING);
-    p = CMAddComponent(&marked, &result);
-    ASSERT_EQ(ERR_OK, result);
+    const char *pszMarked = "Marked";
+    p = Add(pszMarked, 1, CM_FLAG_MARK_EXISTING);
+    ASSERT_NE(nullptr, p);
     EXPECT_EQ(CM_FLAG_MARK_EXISTING, p->usFlags);
-    EXPECT_EQ(marked.pszName, p->pszName);
+    EXPECT_EQ(pszMarked, p->pszName);
 }
 
 TEST_F(TableTest, NameCopyNeedsTheMemoryService) {
@@ -78,26 +84,19 @@ TEST_F(TableTest, GrowsBeyondItsStaticArea) {
     std::vector<std::string> names;
     for (int i = 0; i < 50; ++i)
         names.push_back("Grow" + std::to_string(i));
+    // Running, they are unloaded with the static group at shut-down, before the pools are cleaned up.
     for (const std::string &name : names) {
-        ComponentInfo tmpl = Template(name.c_str(), 1, CM_FLAG_STATIC);
-        RTS_RESULT result = ERR_FAILED;
-        CMAddComponent(&tmpl, &result);
-        ASSERT_EQ(ERR_OK, result) << name;
+        ComponentInfo *p = Add(name.c_str(), 1, CM_FLAG_STATIC);
+        ASSERT_NE(nullptr, p) << name;
+        p->usState = CM_STATE_RUNNING;
     }
     EXPECT_GT(F().memory["CM"], 0);
-    ComponentInfo *pLast = nullptr;
-    for (ComponentInfo *p = CMGetFirstComponent(nullptr); p != nullptr; p = CMGetNextComponent(p, nullptr))
-        pLast = p;
-    ASSERT_NE(nullptr, pLast);
-    EXPECT_STREQ("Grow49", pLast->pszName);
-    // Unloaded with the static group at shut-down, before the pools are cleaned up.
-    for (const std::string &name : names)
-        Find(name.c_str())->usState = CM_STATE_RUNNING;
+    EXPECT_EQ("Grow49", Names().back());
 }
 
 TEST_F(TableTest, Queries) {
     R().Behaviour("TestCmpA").cmpId = 0x7001;
-    ASSERT_EQ(ERR_OK, Start({{"TestCmpA", &TestCmpAEntry, 0}}));
+    ASSERT_EQ(ERR_OK, Start({CmpA()}));
     ComponentInfo *pA = Find("TestCmpA");
     ASSERT_NE(nullptr, pA);
     CMPID cmpId = 0;
@@ -136,9 +135,8 @@ class CmpNameTest : public TableTest, public ::testing::WithParamInterface<CmpNa
 
 TEST_P(CmpNameTest, Names) {
     const CmpNameCase &c = GetParam();
-    R().Behaviour("TestCmpA").cmpId = 0x1005;
     R().Behaviour("TestCmpB").cmpId = 0x7002;
-    ASSERT_EQ(ERR_OK, Start({{"TestCmpB", &TestCmpBEntry, 0}}));
+    ASSERT_EQ(ERR_OK, Start({CmpB()}));
     char szBuffer[40];
     std::memset(szBuffer, '#', sizeof(szBuffer));
     szBuffer[sizeof(szBuffer) - 1] = '\0';
@@ -202,7 +200,7 @@ TEST_F(TableTest, BadRecordsAndNames) {
 TEST_F(TableTest, LoadInitExitUnloadAtRunTime) {
     CMSetLinkedComponent("SysTarget", &TestCmpCEntry);
     R().Behaviour("TestCmpC").cmpId = CMPID_SysTarget;
-    ASSERT_EQ(ERR_OK, Start({{"TestCmpA", &TestCmpAEntry, 0}}));
+    ASSERT_EQ(ERR_OK, Start({CmpA()}));
     R().Reset();
     RTS_RESULT result = ERR_FAILED;
     ComponentInfo *p = CMLoadComponent("SysTarget", &result);
@@ -307,11 +305,8 @@ TEST_F(TableTest, LinkedNamesOnly) {
 
 // A record without an entry function leaves the table in the entry pass.
 TEST_F(TableTest, EntryPassRemovesRecordsWithoutEntry) {
-    ASSERT_EQ(ERR_OK, Start({{"TestCmpA", &TestCmpAEntry, 0}}));
-    ComponentInfo tmpl = Template("NoEntry");
-    RTS_RESULT result = ERR_FAILED;
-    CMAddComponent(&tmpl, &result);
-    ASSERT_EQ(ERR_OK, result);
+    ASSERT_EQ(ERR_OK, Start({CmpA()}));
+    ASSERT_NE(nullptr, Add("NoEntry"));
     R().Reset();
     EXPECT_EQ(ERR_OK, kestrel::cm::EntryPass());
     EXPECT_EQ(nullptr, Find("NoEntry"));
@@ -331,7 +326,7 @@ TEST_F(TableTest, SettingsComponents) {
     EXPECT_EQ(CM_FLAG_DYNAMIC | CM_FLAG_SYSTEM | CM_FLAG_ADDED, p->usFlags);
     EXPECT_EQ(0u, p->bStaticName);
     // Entered after hook 1, so hook 1 reaches it only through the second, dynamic-only call.
-    EXPECT_THAT(R().Hooks("TestCmpC"), ElementsAre(1u, 8u, 2u, 3u, 7u, 4u, 500u, 5u, 6u, 1000u));
+    EXPECT_EQ(kStartHooks, R().Hooks("TestCmpC"));
     // SysFile came in with the basic pass instead, as a static component.
     EXPECT_EQ(CM_FLAG_STATIC | CM_FLAG_SYSTEM | CM_FLAG_ADDED, Find("SysFile")->usFlags);
 }
@@ -339,11 +334,7 @@ TEST_F(TableTest, SettingsComponents) {
 TEST_F(TableTest, SettingsComponentThatCannotBeFound) {
     F().SetSetting("ComponentManager", "Component.0", "SysTarget"); // linked-in name, not registered
     ASSERT_EQ(ERR_OK, Start({}));
-    std::vector<LogLine> lines = F().LogWithInfo(12);
-    ASSERT_EQ(1u, lines.size());
-    EXPECT_EQ("*** Error: Component <cmp>SysTarget</cmp> NOT loaded", lines[0].text);
-    EXPECT_EQ(LOG_ERROR, lines[0].ulClass);
-    EXPECT_EQ(ERR_FAILED, lines[0].errorId);
+    ExpectLog(12, LOG_ERROR, ERR_FAILED, "*** Error: Component <cmp>SysTarget</cmp> NOT loaded");
 }
 
 } // namespace

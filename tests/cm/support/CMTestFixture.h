@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <initializer_list>
+#include <string>
 #include <vector>
 
 #include "CMHost.h"
@@ -16,6 +17,9 @@
 #include "TestHost.h"
 
 namespace kestrel::cmtest {
+
+// The hooks of a start-up that runs through CMInitEnd, from hook 1 on.
+inline const std::vector<RTS_UI32> kStartHooks = {1, 8, 2, 3, 7, 4, 500, 5, 6, 1000};
 
 class CMTest : public ::testing::Test {
   protected:
@@ -34,6 +38,12 @@ class CMTest : public ::testing::Test {
         CMSetLinkedComponent("CmpMemPool", &CmpMemPoolEntry);
         ResetFakes();
     }
+
+    // The linked-in test components as list entries; bSystem puts them into the system pass.
+    static ComponentListEntry CmpA(RTS_UINTPTR bSystem = 0) { return {"TestCmpA", &TestCmpAEntry, bSystem}; }
+    static ComponentListEntry CmpB(RTS_UINTPTR bSystem = 0) { return {"TestCmpB", &TestCmpBEntry, bSystem}; }
+    static ComponentListEntry CmpC(RTS_UINTPTR bSystem = 0) { return {"TestCmpC", &TestCmpCEntry, bSystem}; }
+    static ComponentListEntry CmpD(RTS_UINTPTR bSystem = 0) { return {"TestCmpD", &TestCmpDEntry, bSystem}; }
 
     // The service doubles first (CmpLog and CmpSettings supply the basic components of those names,
     // SysTestServices comes in with the system pass), then the test's own entries.
@@ -66,6 +76,24 @@ class CMTest : public ::testing::Test {
         RTS_RESULT result = ERR_OK;
         ComponentInfo *p = CMGetComponentByName(pszName, &result);
         return result == ERR_OK ? p : nullptr;
+    }
+
+    // The names of the table's records, in table order.
+    static std::vector<std::string> Names() {
+        std::vector<std::string> names;
+        for (ComponentInfo *p = CMGetFirstComponent(nullptr); p != nullptr; p = CMGetNextComponent(p, nullptr))
+            names.push_back(p->pszName);
+        return names;
+    }
+
+    // Exactly one log line of the CM with that info id, and what it says.
+    static void ExpectLog(RTS_UI32 ulInfoId, RTS_UI32 ulClass, RTS_RESULT errorId, const std::string &text) {
+        std::vector<LogLine> lines = F().LogWithInfo(ulInfoId);
+        ASSERT_EQ(1u, lines.size()) << "info " << ulInfoId;
+        EXPECT_EQ(text, lines[0].text);
+        EXPECT_EQ(ulClass, lines[0].ulClass) << text;
+        EXPECT_EQ(errorId, lines[0].errorId) << text;
+        EXPECT_EQ(CMPID_CM, lines[0].cmpId) << text;
     }
 
     std::vector<ComponentListEntry> list_;

@@ -46,26 +46,24 @@ struct Fakes {
     // Time: every SysTimeGetMs answers ulNowMs and then advances it by ulStepMs.
     RTS_UI32 ulNowMs = 1000;
     RTS_UI32 ulStepMs = 0;
-    // Semaphores.
-    int nSemCreated = 0, nSemDeleted = 0, nSemEnter = 0, nSemLeave = 0;
+    // Semaphore calls.
+    int nSemDeleted = 0, nSemEnter = 0;
     // Memory: bytes still allocated per component name, and the blocks themselves (what the
     // runtime leaves allocated at its end is freed when the fakes are reset).
     std::map<std::string, long> memory;
     std::set<void *> blocks;
-    std::set<void *> semaphores;
     // Events: created events in order, posts recorded into the trace; a listener per event id.
     std::vector<FakeEvent *> events;
     std::map<EVENTID, std::function<void(void *pParameter)>> listeners;
-    int nEventsCreated = 0, nEventsDeleted = 0;
+    int nEventsDeleted = 0;
     // Text output.
     std::vector<std::string> out;
     // Service names the fakes do not export (SysTaskCreate by default).
     std::set<std::string> withheld;
 
-    // Log lines with that info id, or containing that text.
+    // Log lines with that info id; the number of log lines containing that text.
     std::vector<LogLine> LogWithInfo(RTS_UI32 ulInfoId) const;
-    bool Logged(const std::string &text) const;
-    int CountLogged(const std::string &text) const;
+    int Logged(const std::string &text) const;
     void SetSetting(const std::string &section, const std::string &key, const std::string &value) {
         settings[{section, key}] = value;
     }

@@ -92,11 +92,11 @@ RTS_RESULT ImportFunctions() {
         RTS_VOID_FCTPTR pfSlot = reinterpret_cast<RTS_VOID_FCTPTR>(&ImportFunctions);
         RTS_RESULT result = s_cm.pfCMGetAPI2(row.szName, &pfSlot, row.ulOptions, row.ulSignature, row.ulVersion);
         if (pHost != nullptr)
-            pHost->pfImported(TESTCMP_NAME, row.szName, result, pfSlot, row.ulSignature, row.ulVersion);
+            pHost->pfImported(TESTCMP_NAME, row.szName, result, pfSlot);
         if (result != ERR_OK && (row.ulOptions & CM_IMPORT_OPTIONAL) == 0 && firstRequired == ERR_OK)
             firstRequired = result;
     }
-    return b->importResult != ERR_OK ? b->importResult : firstRequired;
+    return firstRequired;
 }
 
 RTS_UI32 GetVersion() {
@@ -154,7 +154,7 @@ extern "C" RTS_MODULE_EXPORT RTS_RESULT TESTCMP_ENTRY(ComponentInitStruct *pInit
     if (b->entryResult != ERR_OK)
         return b->entryResult;
     pInitStruct->CmpId = b->cmpId;
-    pInitStruct->pfExportFunctions = b->bNoExport != 0 ? nullptr : &ExportFunctions;
+    pInitStruct->pfExportFunctions = &ExportFunctions;
     pInitStruct->pfImportFunctions = &ImportFunctions;
     pInitStruct->pfGetVersion = b->bNoGetVersion != 0 ? nullptr : &GetVersion;
     pInitStruct->pfHookFunction = b->bNoHook != 0 ? nullptr : &HookFunction;

@@ -33,9 +33,8 @@ TestCmpBehaviour *HostBehaviour(const char *pszComponent) {
     return &s_recorder.Behaviour(pszComponent);
 }
 
-void HostImported(const char *pszComponent, const char *pszName, RTS_RESULT result, RTS_VOID_FCTPTR pfSlot, RTS_UI32,
-                  RTS_UI32) {
-    s_recorder.imports.push_back(ImportReport{pszComponent, pszName, result, pfSlot});
+void HostImported(const char *, const char *pszName, RTS_RESULT result, RTS_VOID_FCTPTR pfSlot) {
+    s_recorder.imports.push_back(ImportReport{pszName, result, pfSlot});
 }
 
 const TestHostItf s_host = {&HostRecord, &HostBehaviour, &HostImported};
@@ -83,13 +82,6 @@ std::vector<std::string> Recorder::Kinds(std::initializer_list<const char *> kin
             if (e.kind == pszKind)
                 out.push_back(e.text);
     return out;
-}
-
-int Recorder::IndexOf(const std::string &text) const {
-    for (std::size_t i = 0; i < events_.size(); ++i)
-        if (events_[i].text == text)
-            return static_cast<int>(i);
-    return -1;
 }
 
 TestCmpBehaviour &Recorder::Behaviour(const std::string &component) {

@@ -30,7 +30,6 @@ struct TraceEvent {
 };
 
 struct ImportReport {
-    std::string component;
     std::string name;
     RTS_RESULT result;
     RTS_VOID_FCTPTR pfSlot;
@@ -51,11 +50,8 @@ class Recorder {
     std::vector<RTS_UI32> Hooks(const std::string &component) const;
     // The trace texts of the given kinds only ("entry", "import", ...), all components.
     std::vector<std::string> Kinds(std::initializer_list<const char *> kinds) const;
-    // Position of the first trace text equal to text, or -1.
-    int IndexOf(const std::string &text) const;
 
     TestCmpBehaviour &Behaviour(const std::string &component);
-    bool HasBehaviour(const std::string &component) const { return behaviours_.count(component) != 0; }
     std::vector<ImportReport> imports;
 
   private:

@@ -1,10 +1,7 @@
 /*
- * What the test components and the test program share: how a test component
- * behaves (set by the test, read by the component) and where it reports what
- * happened to it. Plain C records, because the same test component is built
- * both into the test programs and into module files loaded at run time. A
- * module finds the test program's recorder by looking up "TestHostGet"
- * through the component manager; a linked-in copy calls it directly.
+ * What the test components and the test program share: how a test component behaves and where it
+ * reports what happened to it. Plain C records, because the same test component is built into the
+ * test programs and into module files; a module finds the recorder by looking up "TestHostGet".
  */
 #ifndef KESTREL_TEST_HOST_ITF_H
 #define KESTREL_TEST_HOST_ITF_H
@@ -45,11 +42,9 @@ typedef struct TestCmpBehaviour_ {
     RTS_UI32 ulVersion;
     RTS_UI32 bNoGetVersion;  /* leave the get-version callback empty */
     RTS_UI32 bNoHook;        /* leave the hook callback empty */
-    RTS_UI32 bNoExport;      /* leave the export callback empty */
     RTS_UI32 bNoInstances;   /* leave the create/delete-instance callbacks empty */
     RTS_RESULT entryResult;  /* answer of the entry function */
     RTS_RESULT exportResult; /* answer of the export callback */
-    RTS_RESULT importResult; /* nonzero: the import callback answers this */
     RTS_UI32 bSetStopWord;   /* hook 2: set the stop-start-up word */
     CLASSID classId;         /* nonzero: register this class in the entry function */
     RTS_RESULT deleteResult; /* answer of the delete-instance callback */
@@ -67,8 +62,7 @@ typedef struct TestHostItf_ {
                      RTS_UINTPTR ulParam2);
     TestCmpBehaviour *(*pfBehaviour)(const char *pszComponent);
     /* Result and slot of each import, for the test to inspect. */
-    void (*pfImported)(const char *pszComponent, const char *pszName, RTS_RESULT result, RTS_VOID_FCTPTR pfSlot,
-                       RTS_UI32 ulSignature, RTS_UI32 ulVersion);
+    void (*pfImported)(const char *pszComponent, const char *pszName, RTS_RESULT result, RTS_VOID_FCTPTR pfSlot);
 } TestHostItf;
 
 typedef const TestHostItf *(*PF_TEST_HOST_GET)(void);
