@@ -16,6 +16,7 @@
 // divided by CMUtl time, so 1.0 or more means CMUtl is not slower.
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <clocale>
 #include <cstdint>
 #include <cstdio>
@@ -73,7 +74,14 @@ struct PlacedPairs {
 };
 PlacedPairs Place(const std::vector<std::pair<std::string, std::string>> &texts) {
     constexpr std::size_t kPlacements = 16;
-    constexpr std::size_t kSlot = 512; // room for a text of up to 447 bytes at offset 63
+    std::size_t longest = 0;
+    for (const auto &[a, b] : texts) {
+        longest = std::max({longest, a.size(), b.size()});
+    }
+    // An odd number of cache lines per slot: a power of two would put the
+    // texts on the same few sets of the first-level cache and measure its
+    // conflicts instead of the comparisons.
+    const std::size_t kSlot = ((longest + 1 + 63 + 63) / 64 | 1) * 64;
     PlacedPairs placed;
     placed.storage.assign((texts.size() * kPlacements * 2 + 1) * kSlot, 0);
     char *base = placed.storage.data();
