@@ -9,9 +9,7 @@
 #include "ModuleTestSupport.h"
 #include "SysMemItf.h"
 
-using kestrel::test::EnterModule;
-using kestrel::test::FakeCM;
-using kestrel::test::LogRecorder;
+using namespace kestrel::test;
 
 namespace {
 
@@ -37,41 +35,40 @@ const RTS_UI8 *Bytes(const std::string &s) {
     return reinterpret_cast<const RTS_UI8 *>(s.data());
 }
 
-TEST(CmpChecksum, StandardCrcMatchesZlibAndTheReference) {
+struct Family {
+    const char *name;
+    RTS_UI32 (*update)(RTS_UI32, const RTS_UI8 *, RTS_SIZE);
+    RTS_UI32 (*finish)(RTS_UI32);
+    RTS_UI32 initAndXor; // of the reference
+    RTS_UI32 check;      // of "123456789"
+};
+const Family kFamilies[] = {{"CRC32", CRC32Update, CRC32Finish, 0xFFFFFFFFu, 0xCBF43926u},
+                            {"CRC32 raw register", CRC32Update2, CRC32Finish2, 0, 0x2DFD2D88u}};
+
+RTS_UI32 Crc(const Family &f, const std::string &in) {
+    return f.finish(f.update(CRC32Init(), Bytes(in), in.size()));
+}
+
+TEST(CmpChecksum, BothFamiliesMatchTheReferenceAndSplitFreely) {
     FakeCM cm;
     EnterModule(cm, CmpChecksumEntry, CMPID_CmpChecksum);
-    for (const std::string &in : Inputs()) {
-        RTS_UI32 crc = CRC32Finish(CRC32Update(CRC32Init(), Bytes(in), in.size()));
-        EXPECT_EQ(crc, ReferenceCrc(in, 0xFFFFFFFFu, 0xFFFFFFFFu)) << in.size();
-        EXPECT_EQ(crc, static_cast<RTS_UI32>(crc32(0, Bytes(in), static_cast<uInt>(in.size()))));
+    const std::string block = Inputs().back();
+    for (const Family &f : kFamilies) {
+        SCOPED_TRACE(f.name);
+        for (const std::string &in : Inputs())
+            EXPECT_EQ(Crc(f, in), ReferenceCrc(in, f.initAndXor, f.initAndXor)) << in.size();
+        EXPECT_EQ(Crc(f, "123456789"), f.check);
+        for (std::size_t cut : {0, 1, 255, 256, 4095}) {
+            RTS_UI32 first = f.update(CRC32Init(), Bytes(block), cut);
+            EXPECT_EQ(f.finish(f.update(first, Bytes(block) + cut, block.size() - cut)), Crc(f, block)) << cut;
+        }
+        EXPECT_EQ(f.update(0xABCDEF01u, nullptr, 10), 0xABCDEF01u) << "no data leaves the value alone";
     }
-    const std::string check = "123456789";
-    EXPECT_EQ(CRC32Finish(CRC32Update(CRC32Init(), Bytes(check), check.size())), 0xCBF43926u);
-}
-
-TEST(CmpChecksum, SecondFamilyIsTheRawRegister) {
+    // zlib computes the first family; the second continues a kept register.
     for (const std::string &in : Inputs()) {
-        RTS_UI32 crc = CRC32Finish2(CRC32Update2(CRC32Init(), Bytes(in), in.size()));
-        EXPECT_EQ(crc, ReferenceCrc(in, 0, 0)) << in.size();
-        // Continuing a kept register: the same as the reference started from it.
+        EXPECT_EQ(Crc(kFamilies[0], in), static_cast<RTS_UI32>(crc32(0, Bytes(in), static_cast<uInt>(in.size()))));
         EXPECT_EQ(CRC32Update2(0x12345678u, Bytes(in), in.size()), ReferenceCrc(in, 0x12345678u, 0));
     }
-    const std::string check = "123456789";
-    EXPECT_EQ(CRC32Finish2(CRC32Update2(CRC32Init(), Bytes(check), check.size())), 0x2DFD2D88u);
-}
-
-TEST(CmpChecksum, UpdatesSplitFreely) {
-    std::string data = Inputs().back();
-    for (std::size_t cut : {std::size_t(0), std::size_t(1), std::size_t(255), std::size_t(256), std::size_t(4095)}) {
-        RTS_UI32 a = CRC32Update(CRC32Init(), Bytes(data), cut);
-        a = CRC32Update(a, Bytes(data) + cut, data.size() - cut);
-        EXPECT_EQ(CRC32Finish(a), CRC32Finish(CRC32Update(CRC32Init(), Bytes(data), data.size()))) << cut;
-        RTS_UI32 b = CRC32Update2(CRC32Init(), Bytes(data), cut);
-        b = CRC32Update2(b, Bytes(data) + cut, data.size() - cut);
-        EXPECT_EQ(CRC32Finish2(b), CRC32Finish2(CRC32Update2(CRC32Init(), Bytes(data), data.size()))) << cut;
-    }
-    EXPECT_EQ(CRC32Update(0xABCDEF01u, nullptr, 10), 0xABCDEF01u) << "no data leaves the value alone";
-    EXPECT_EQ(CRC32Update2(0xABCDEF01u, nullptr, 10), 0xABCDEF01u);
 }
 
 // Calls seen by the event callbacks.
@@ -98,17 +95,13 @@ void CallbackAnswers(EventParam *p) {
     words[3] = 1; // handled
 }
 
-class CmpEventMgrTest : public ::testing::Test {
+class CmpEventMgrTest : public ModuleTest<CmpEventMgrEntry, CMPID_CmpEventMgr> {
   protected:
-    void SetUp() override {
+    void Provide() override {
         g_calls.clear();
-        LogRecorder::Clear();
-        cm_.Provide("LogAdd", &LogRecorder::LogAdd);
         cm_.Provide("SysMemAllocData", &SysMemAllocData);
         cm_.Provide("SysMemFreeData", &SysMemFreeData);
-        EnterModule(cm_, CmpEventMgrEntry, CMPID_CmpEventMgr);
     }
-    FakeCM cm_;
 };
 
 TEST_F(CmpEventMgrTest, CallbacksRunInRegistrationOrderWithTheirUserParameter) {

@@ -1,10 +1,8 @@
-// End to end: the component manager starts the runtime with the host's
-// standard component list and these modules as loadable files, exactly as
-// the host does, then stops it. Every module must load and resolve its
-// imports (no safe mode), the banner and the component list must reach the
-// log, every module must be unloaded, and SysMem must report no leak.
+// End to end: the component manager starts and stops the runtime with the
+// host's standard list and these modules as loadable files, as the host does.
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -18,8 +16,7 @@
 #include "ModuleTestSupport.h"
 #include "os/ModuleState.h"
 
-using kestrel::test::IsModuleLoaded;
-using kestrel::test::TempDir;
+using namespace kestrel::test;
 
 namespace {
 
@@ -56,67 +53,74 @@ std::string Dump(const std::vector<LogEntry> &log) {
     return all;
 }
 
-TEST(EndToEnd, StandardListStartsRunsAndStopsWithoutLeaks) {
-    TempDir dir;
-    // The shipped configuration, with the console echo on so that the lines
-    // of the last shut-down hooks can be seen after the logger is gone.
-    std::string cfg = dir.Write("KESTRELControl.cfg", "[CmpLog]\nConsole=1\nLogger.0.MaxEntries=5000\n"
-                                                      "[ComponentManager]\nOverloadableFunctions=1\n");
+struct RunResult {
+    RTS_RESULT init, initEnd, exit;
+    std::vector<LogEntry> log;
+    std::string console; // standard output of the whole run
+};
+
+// Starts the runtime with the host's standard list as the host does, calls
+// whileRunning, and stops it.
+RunResult StartAndStop(
+    const std::string &cfg, const std::function<void()> &whileRunning = [] {}) {
+    RunResult run{};
     kestrel::host::HostRegisterLinkedComponents();
     testing::internal::CaptureStdout();
-    RTS_RESULT init = CMInit3(cfg.c_str(), kestrel::host::kHostStandardList, CM_INIT_NO_INIT_END);
-    RTS_RESULT initEnd = CMInitEnd();
-    std::vector<LogEntry> log = ReadLog();
-    for (const char *name : kModules)
-        EXPECT_TRUE(IsModuleLoaded(name)) << name << " was not loaded";
-    RTS_RESULT exitResult = CMExit();
-    std::string console = testing::internal::GetCapturedStdout();
-    if (std::getenv("KESTREL_E2E_SHOW") != nullptr)
-        std::printf("%s", console.c_str());
+    run.init = CMInit3(cfg.c_str(), kestrel::host::kHostStandardList, CM_INIT_NO_INIT_END);
+    run.initEnd = CMInitEnd();
+    run.log = ReadLog();
+    whileRunning();
+    run.exit = CMExit();
+    run.console = testing::internal::GetCapturedStdout();
+    return run;
+}
 
-    EXPECT_EQ(init, ERR_OK) << Dump(log);
-    EXPECT_EQ(initEnd, ERR_OK);
-    EXPECT_EQ(exitResult, ERR_OK);
+TEST(EndToEnd, StandardListStartsRunsAndStopsWithoutLeaks) {
+    TempDir dir;
+    // The console echo shows the lines of the last hooks, after the logger is gone.
+    std::string cfg = dir.Write("KESTRELControl.cfg", "[CmpLog]\nConsole=1\nLogger.0.MaxEntries=5000\n"
+                                                      "[ComponentManager]\nOverloadableFunctions=1\n");
+    RunResult run = StartAndStop(cfg, [] {
+        for (const char *name : kModules)
+            EXPECT_TRUE(IsModuleLoaded(name)) << name << " was not loaded";
+    });
+    if (std::getenv("KESTREL_E2E_SHOW") != nullptr)
+        std::printf("%s", run.console.c_str());
+    const std::vector<LogEntry> &log = run.log;
+    EXPECT_EQ(run.init, ERR_OK) << Dump(log);
+    EXPECT_EQ(run.initEnd, ERR_OK);
+    EXPECT_EQ(run.exit, ERR_OK);
     ASSERT_FALSE(log.empty()) << "nothing reached the log";
     EXPECT_FALSE(Contains(log, "safe mode")) << Dump(log);
     EXPECT_FALSE(Contains(log, "Import function(s) failed")) << Dump(log);
     EXPECT_FALSE(Contains(log, "Cannot find configuration")) << Dump(log);
     EXPECT_FALSE(Contains(log, "skipped")) << "the configuration is clean";
     // The banner and the component list.
-    EXPECT_TRUE(Contains(log, "=======================================================================",
-                         static_cast<RTS_I32>(LOG_PRINT)));
+    EXPECT_TRUE(Contains(log, std::string(71, '='), static_cast<RTS_I32>(LOG_PRINT)));
     EXPECT_TRUE(Contains(log, "KESTREL Control V3")) << Dump(log);
     for (const char *name : kModules)
         EXPECT_TRUE(Contains(log, std::string("<cmp>") + name + "</cmp> init")) << name << "\n" << Dump(log);
     EXPECT_TRUE(Contains(log, "KESTREL Control ready"));
     // Shut-down as far as the console saw it: done, no leak at the final hook.
-    EXPECT_NE(console.find("shutdown done"), std::string::npos) << console;
-    EXPECT_EQ(console.find("Memory leak"), std::string::npos) << console;
-    EXPECT_EQ(console.find("Pool leak"), std::string::npos) << console;
+    EXPECT_NE(run.console.find("shutdown done"), std::string::npos) << run.console;
+    EXPECT_EQ(run.console.find("Memory leak"), std::string::npos) << run.console;
+    EXPECT_EQ(run.console.find("Pool leak"), std::string::npos) << run.console;
     for (const char *name : kModules)
         EXPECT_FALSE(IsModuleLoaded(name)) << name << " is still loaded";
 }
 
-// The configuration shipped beside the host reads without a complaint.
 TEST(EndToEnd, ShippedConfigurationIsClean) {
     TempDir dir;
     std::string shipped = TempDir::Read(KESTREL_SHIPPED_CONFIG);
     ASSERT_FALSE(shipped.empty());
-    std::string cfg = dir.Write("KESTRELControl.cfg", shipped);
-    kestrel::host::HostRegisterLinkedComponents();
-    RTS_RESULT init = CMInit3(cfg.c_str(), kestrel::host::kHostStandardList, CM_INIT_NO_INIT_END);
-    CMInitEnd();
-    std::vector<LogEntry> log = ReadLog();
-    CMExit();
-    EXPECT_EQ(init, ERR_OK) << Dump(log);
+    RunResult run = StartAndStop(dir.Write("KESTRELControl.cfg", shipped));
+    EXPECT_EQ(run.init, ERR_OK) << Dump(run.log);
     for (const char *complaint : {"skipped", "no 32-bit number", "out of range", "is negative", "safe mode",
                                   "Failed to resolve", "Cannot find configuration"})
-        EXPECT_FALSE(Contains(log, complaint)) << complaint << "\n" << Dump(log);
-    EXPECT_TRUE(Contains(log, "KESTREL Control ready"));
+        EXPECT_FALSE(Contains(run.log, complaint)) << complaint << "\n" << Dump(run.log);
+    EXPECT_TRUE(Contains(run.log, "KESTREL Control ready"));
 }
 
-// Bad configuration files: the runtime still starts with its defaults, and
-// the log says clearly what was wrong.
 TEST(EndToEnd, BadConfigurationFilesGiveClearLinesAndDefaults) {
     TempDir dir;
     static const char kBinary[] = "\x7F"
@@ -137,17 +141,14 @@ TEST(EndToEnd, BadConfigurationFilesGiveClearLinesAndDefaults) {
         {"missing", dir.File("missing.cfg"), ERR_FAILED, "Cannot find configuration <file>"},
     };
     for (const Row &row : rows) {
-        kestrel::host::HostRegisterLinkedComponents();
-        RTS_RESULT init = CMInit3(row.file.c_str(), kestrel::host::kHostStandardList, CM_INIT_NO_INIT_END);
-        CMInitEnd();
-        std::vector<LogEntry> log = ReadLog();
-        CMExit();
-        EXPECT_EQ(init, row.init) << row.what;
-        EXPECT_TRUE(Contains(log, row.expected)) << row.what << "\n" << Dump(log);
-        EXPECT_TRUE(Contains(log, "KESTREL Control ready")) << row.what;
-        EXPECT_FALSE(Contains(log, "safe mode")) << row.what;
+        SCOPED_TRACE(row.what);
+        RunResult run = StartAndStop(row.file);
+        EXPECT_EQ(run.init, row.init);
+        EXPECT_TRUE(Contains(run.log, row.expected)) << Dump(run.log);
+        EXPECT_TRUE(Contains(run.log, "KESTREL Control ready"));
+        EXPECT_FALSE(Contains(run.log, "safe mode"));
         for (const char *name : kModules)
-            EXPECT_FALSE(IsModuleLoaded(name)) << row.what << ": " << name;
+            EXPECT_FALSE(IsModuleLoaded(name)) << name;
     }
 }
 
@@ -155,25 +156,19 @@ TEST(EndToEnd, BadConfigurationFilesGiveClearLinesAndDefaults) {
 // the block planted below; SysMem is what must report it.
 void *g_planted = nullptr;
 
-// Run after the clean start above: the component manager starts a second
-// time in the same process, and a block that is never given back is named
-// by SysMem at the final hook, when the logger already writes to standard
-// output directly.
+// A second start in the same process: SysMem names a block never given back
+// at the final hook, when the logger writes to standard output directly.
 TEST(EndToEnd, LeakedBlockIsReportedAtTheFinalHook) {
     TempDir dir;
-    std::string cfg = dir.Write("KESTRELControl.cfg", "[CmpLog]\nConsole=1\n");
-    kestrel::host::HostRegisterLinkedComponents();
-    testing::internal::CaptureStdout();
-    RTS_RESULT init = CMInit3(cfg.c_str(), kestrel::host::kHostStandardList, CM_INIT_NO_INIT_END);
-    CMInitEnd();
-    RTS_VOID_FCTPTR alloc = nullptr;
-    ASSERT_EQ(CMGetAPI("SysMemAllocData", &alloc, 0), ERR_OK);
-    g_planted = reinterpret_cast<decltype(&SysMemAllocData)>(alloc)("PlantedLeak", 123, nullptr);
-    CMExit();
-    std::string console = testing::internal::GetCapturedStdout();
-    EXPECT_EQ(init, ERR_OK);
+    RunResult run = StartAndStop(dir.Write("KESTRELControl.cfg", "[CmpLog]\nConsole=1\n"), [] {
+        RTS_VOID_FCTPTR alloc = nullptr;
+        ASSERT_EQ(CMGetAPI("SysMemAllocData", &alloc, 0), ERR_OK);
+        g_planted = reinterpret_cast<decltype(&SysMemAllocData)>(alloc)("PlantedLeak", 123, nullptr);
+    });
+    EXPECT_EQ(run.init, ERR_OK);
     ASSERT_NE(g_planted, nullptr);
-    EXPECT_NE(console.find("Memory leak: PlantedLeak still holds 123 bytes in 1 blocks"), std::string::npos) << console;
+    EXPECT_NE(run.console.find("Memory leak: PlantedLeak still holds 123 bytes in 1 blocks"), std::string::npos)
+        << run.console;
 }
 
 } // namespace

@@ -12,6 +12,11 @@ namespace {
 TestBackend s_backend;
 IBase s_noLogInterface{};
 
+void Answer(RTS_RESULT *pResult, RTS_RESULT result) {
+    if (pResult != nullptr)
+        *pResult = result;
+}
+
 RTS_HANDLE Open(RTS_HANDLE, RTS_HANDLE, LogOptions *pOptions) {
     ++s_backend.opens;
     if (s_backend.failOpen)
@@ -46,12 +51,10 @@ RTS_HANDLE WriteEntry(RTS_HANDLE hFile, LogOptions *, LogEntry *pEntry, RTS_I32 
 void *QueryInterface(IBase *pBase, ITFID iid, RTS_RESULT *pResult) {
     if (pBase == &s_backend.base && (iid == ITFID_ILogBackend || iid == ITFID_IBase)) {
         ++s_backend.references;
-        if (pResult != nullptr)
-            *pResult = ERR_OK;
+        Answer(pResult, ERR_OK);
         return iid == ITFID_IBase ? static_cast<void *>(&s_backend.base) : static_cast<void *>(&s_backend.itf);
     }
-    if (pResult != nullptr)
-        *pResult = ERR_NO_OBJECT;
+    Answer(pResult, ERR_NO_OBJECT);
     return nullptr;
 }
 
@@ -63,15 +66,9 @@ RTS_I32 Release(IBase *) {
 }
 
 RTS_HANDLE CreateInstance(CLASSID classId, RTS_RESULT *pResult) {
-    if (pResult != nullptr)
-        *pResult = ERR_OK;
-    if (classId == 260)
-        return &s_backend.base;
-    if (classId == 261)
-        return &s_noLogInterface;
-    if (pResult != nullptr)
-        *pResult = ERR_NO_OBJECT;
-    return nullptr;
+    IBase *instance = classId == 260 ? &s_backend.base : classId == 261 ? &s_noLogInterface : nullptr;
+    Answer(pResult, instance != nullptr ? ERR_OK : ERR_NO_OBJECT);
+    return instance;
 }
 
 RTS_RESULT DeleteInstance2(CLASSID classId, RTS_HANDLE hInstance) {
@@ -81,15 +78,8 @@ RTS_RESULT DeleteInstance2(CLASSID classId, RTS_HANDLE hInstance) {
 }
 
 void *NoInterface(IBase *, ITFID, RTS_RESULT *pResult) {
-    if (pResult != nullptr)
-        *pResult = ERR_NO_OBJECT;
+    Answer(pResult, ERR_NO_OBJECT);
     return nullptr;
-}
-
-} // namespace
-
-TestBackend &Backend() {
-    return s_backend;
 }
 
 void ResetBackend() {
@@ -111,16 +101,22 @@ RTS_RESULT WrappedLogEntry(ComponentInitStruct *pInit) {
     return CmpLogEntry(pInit);
 }
 
-std::vector<std::string> &ConsoleLines() {
-    static std::vector<std::string> s_lines;
-    return s_lines;
-}
-
 RTS_RESULT RecordingVPrintf(const char *fmt, va_list args) {
     char text[1024];
     std::vsnprintf(text, sizeof(text), fmt, args);
     ConsoleLines().emplace_back(text);
     return ERR_OK;
+}
+
+} // namespace
+
+TestBackend &Backend() {
+    return s_backend;
+}
+
+std::vector<std::string> &ConsoleLines() {
+    static std::vector<std::string> s_lines;
+    return s_lines;
 }
 
 std::vector<LogEntry> Ring(RTS_HANDLE hLogger) {

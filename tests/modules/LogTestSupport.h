@@ -30,15 +30,10 @@ struct TestBackend {
     std::vector<std::string> texts; // entries written, in order
 };
 
-// Class 260: the test backend; class 261: an instance without interface 22;
-// any other class: none.
+// The instance of class 260 (class 261 has no interface 22, others none).
 TestBackend &Backend();
-void ResetBackend();
-RTS_RESULT WrappedLogEntry(ComponentInitStruct *pInit);
-
 // Console lines received through the imported SysOutVPrintf.
 std::vector<std::string> &ConsoleLines();
-RTS_RESULT RecordingVPrintf(const char *fmt, va_list args);
 
 // Every entry of a logger's ring, oldest first.
 std::vector<LogEntry> Ring(RTS_HANDLE hLogger);

@@ -1,14 +1,14 @@
 // Shared helpers of the module tests: the entries of the statically linked
 // module variants, a LogAdd stand-in that records lines, temporary
-// directories and files, and a fixture that enters one module through the
-// stand-in component manager.
+// directories, and a fixture that enters one module through FakeCM.
 #pragma once
 
+#include <chrono>
 #include <cstdarg>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -79,15 +79,9 @@ class TempDir {
   public:
     TempDir() {
         static int s_counter = 0;
-        const ::testing::TestInfo *info = ::testing::UnitTest::GetInstance()->current_test_info();
-        std::string name =
-            std::string("kestrel_") + (info != nullptr ? info->name() : "test") + "_" + std::to_string(++s_counter);
-        for (char &c : name) {
-            if (c == '/')
-                c = '_';
-        }
-        path_ = std::filesystem::temp_directory_path() / name;
-        std::filesystem::remove_all(path_);
+        auto stamp = std::chrono::steady_clock::now().time_since_epoch().count();
+        path_ = std::filesystem::temp_directory_path() /
+                ("kestrel_" + std::to_string(stamp) + "_" + std::to_string(++s_counter));
         std::filesystem::create_directories(path_);
     }
     ~TempDir() {
@@ -105,9 +99,7 @@ class TempDir {
     }
     static std::string Read(const std::string &path) {
         std::ifstream in(path, std::ios::binary);
-        std::stringstream ss;
-        ss << in.rdbuf();
-        return ss.str();
+        return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
     }
     const std::filesystem::path &Path() const { return path_; }
 
@@ -121,21 +113,35 @@ inline void EnterModule(FakeCM &cm, PF_COMPONENT_ENTRY entry, CMPID expectedId) 
     EXPECT_EQ(cm.Init().CmpId, expectedId);
     ASSERT_NE(cm.Init().pfExportFunctions, nullptr);
     ASSERT_EQ(cm.CollectExports(), ERR_OK);
+    // Every import is optional: a runtime without the provider still starts.
     ASSERT_EQ(cm.Import(), ERR_OK);
     ASSERT_NE(cm.Init().pfGetVersion, nullptr);
     EXPECT_EQ(cm.Init().pfGetVersion(), RTS_SYSTEM_VERSION);
 }
 
-// The C names a module registered, sorted.
-inline std::vector<std::string> ExportNames(const FakeCM &cm) {
-    std::vector<std::string> names;
+// The C names a module registered, sorted and separated by blanks.
+inline std::string ExportNames(const FakeCM &cm) {
+    std::string names;
     for (const auto &[name, row] : cm.Exports()) {
-        names.push_back(name);
+        names += (names.empty() ? "" : " ") + name;
         EXPECT_EQ(row.ulSignature, 0u) << name;
         EXPECT_EQ(row.ulVersion, 0u) << name;
         EXPECT_NE(row.pfFunction, nullptr) << name;
     }
     return names;
 }
+
+// Enters one module with LogAdd recorded; Provide() adds further imports.
+template <PF_COMPONENT_ENTRY Entry, CMPID Id> class ModuleTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        LogRecorder::Clear();
+        cm_.Provide("LogAdd", &LogRecorder::LogAdd);
+        Provide();
+        EnterModule(cm_, Entry, Id);
+    }
+    virtual void Provide() {}
+    FakeCM cm_;
+};
 
 } // namespace kestrel::test

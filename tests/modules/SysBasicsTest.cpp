@@ -1,5 +1,7 @@
 // Tests of the small system modules through their exported functions:
-// SysTime, SysTimeRtc, SysOut and SysCpuHandling.
+// SysTime, SysTimeRtc, SysOut, SysCpuHandling, and the locks SysSem
+// (recursive semaphores) and SysInt (the process-wide interrupt lock).
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <climits>
@@ -8,13 +10,13 @@
 
 #include "ModuleTestSupport.h"
 #include "SysCpuHandlingItf.h"
+#include "SysIntItf.h"
 #include "SysOutItf.h"
+#include "SysSemItf.h"
 #include "SysTimeItf.h"
 #include "SysTimeRtcItf.h"
 
-using kestrel::test::EnterModule;
-using kestrel::test::ExportNames;
-using kestrel::test::FakeCM;
+using namespace kestrel::test;
 
 namespace {
 
@@ -22,45 +24,34 @@ TEST(ModuleExports, EachModuleRegistersExactlyItsFunctions) {
     struct Row {
         PF_COMPONENT_ENTRY entry;
         CMPID id;
-        std::vector<std::string> names;
+        const char *names;
     };
     const Row rows[] = {
-        {SysTimeEntry, CMPID_SysTime, {"SysTimeGetMs", "SysTimeGetUs"}},
-        {SysTimeRtcEntry,
-         CMPID_SysTimeRtc,
-         {"SysTimeRtcConvertHighResToDate", "SysTimeRtcConvertHighResToLocal", "SysTimeRtcHighResGet"}},
-        {SysOutEntry, CMPID_SysOut, {"SysOutVPrintf"}},
-        {SysCpuHandlingEntry, CMPID_SysCpuHandling, {"SysCpuAtomicAdd", "SysCpuCallIecFuncWithParams"}},
-        {SysIntEntry, CMPID_SysInt, {"SysIntDisableAll", "SysIntEnableAll"}},
-        {SysSemEntry, CMPID_SysSem, {"SysSemCreate", "SysSemDelete", "SysSemEnter", "SysSemLeave"}},
-        {SysMemEntry, CMPID_SysMem, {"SysMemAllocData", "SysMemFreeData"}},
-        {SysExceptEntry,
-         CMPID_SysExcept,
-         {"SysExceptCatch", "SysExceptGenerateException", "SysExceptRegisterJmpBuf", "SysExceptUnregisterJmpBuf"}},
-        {CmpChecksumEntry,
-         CMPID_CmpChecksum,
-         {"CRC32Finish", "CRC32Finish2", "CRC32Init", "CRC32Update", "CRC32Update2"}},
-        {CmpEventMgrEntry,
-         CMPID_CmpEventMgr,
-         {"EventClose", "EventCreate", "EventDelete", "EventOpen", "EventPost", "EventPost2",
-          "EventRegisterCallbackFunction", "EventUnregisterCallbackFunction"}},
-        {CmpSettingsEntry,
-         CMPID_CmpSettings,
-         {"SettgGetDatabaseName", "SettgGetIntValue", "SettgGetStringValue", "SettgGetWStringValue", "SettgRemoveKey",
-          "SettgSetDatabaseName", "SettgSetIntValue", "SettgSetOptions", "SettgSetStringValue"}},
-        {CmpLogEntry,
-         CMPID_CmpLog,
-         {"LogAdd", "LogAddArg", "LogCreate", "LogDelete", "LogGetFirstEntry", "LogGetNextEntry",
-          "LogUnregisterBackend"}},
+        {SysTimeEntry, CMPID_SysTime, "SysTimeGetMs SysTimeGetUs"},
+        {SysTimeRtcEntry, CMPID_SysTimeRtc,
+         "SysTimeRtcConvertHighResToDate SysTimeRtcConvertHighResToLocal SysTimeRtcHighResGet"},
+        {SysOutEntry, CMPID_SysOut, "SysOutVPrintf"},
+        {SysCpuHandlingEntry, CMPID_SysCpuHandling, "SysCpuAtomicAdd SysCpuCallIecFuncWithParams"},
+        {SysIntEntry, CMPID_SysInt, "SysIntDisableAll SysIntEnableAll"},
+        {SysSemEntry, CMPID_SysSem, "SysSemCreate SysSemDelete SysSemEnter SysSemLeave"},
+        {SysMemEntry, CMPID_SysMem, "SysMemAllocData SysMemFreeData"},
+        {SysExceptEntry, CMPID_SysExcept,
+         "SysExceptCatch SysExceptGenerateException SysExceptRegisterJmpBuf SysExceptUnregisterJmpBuf"},
+        {CmpChecksumEntry, CMPID_CmpChecksum, "CRC32Finish CRC32Finish2 CRC32Init CRC32Update CRC32Update2"},
+        {CmpEventMgrEntry, CMPID_CmpEventMgr,
+         "EventClose EventCreate EventDelete EventOpen EventPost EventPost2 EventRegisterCallbackFunction "
+         "EventUnregisterCallbackFunction"},
+        {CmpSettingsEntry, CMPID_CmpSettings,
+         "SettgGetDatabaseName SettgGetIntValue SettgGetStringValue SettgGetWStringValue SettgRemoveKey "
+         "SettgSetDatabaseName SettgSetIntValue SettgSetOptions SettgSetStringValue"},
+        {CmpLogEntry, CMPID_CmpLog,
+         "LogAdd LogAddArg LogCreate LogDelete LogGetFirstEntry LogGetNextEntry LogUnregisterBackend"},
     };
     for (const Row &row : rows) {
         FakeCM cm;
         EnterModule(cm, row.entry, row.id);
         EXPECT_EQ(ExportNames(cm), row.names) << "CmpId " << row.id;
         EXPECT_TRUE(cm.IecExports().empty());
-        // Every import of a service module is optional: a runtime without
-        // the provider must still start (no safe mode).
-        EXPECT_EQ(cm.Import(), ERR_OK);
         EXPECT_NE(cm.Init().pfHookFunction, nullptr);
     }
 }
@@ -114,18 +105,14 @@ TEST(SysTimeRtc, ConvertsToCalendarDates) {
         {4107542400000ull, {2100, 3, 1, 0, 0, 0, 0, 1, 60}},
         {253402300799999ull, {9999, 12, 31, 23, 59, 59, 999, 5, 365}},
     };
+    auto fields = [](const RTS_SYSTIMEDATE &d) {
+        return std::array<int, 9>{d.wYear,   d.wMonth,        d.wDay,       d.wHour, d.wMinute,
+                                  d.wSecond, d.wMilliseconds, d.wDayOfWeek, d.wYday};
+    };
     for (const Row &r : rows) {
         RTS_SYSTIMEDATE d{};
         ASSERT_EQ(SysTimeRtcConvertHighResToDate(&r.ms, &d), ERR_OK) << r.ms;
-        EXPECT_EQ(d.wYear, r.date.wYear) << r.ms;
-        EXPECT_EQ(d.wMonth, r.date.wMonth) << r.ms;
-        EXPECT_EQ(d.wDay, r.date.wDay) << r.ms;
-        EXPECT_EQ(d.wHour, r.date.wHour) << r.ms;
-        EXPECT_EQ(d.wMinute, r.date.wMinute) << r.ms;
-        EXPECT_EQ(d.wSecond, r.date.wSecond) << r.ms;
-        EXPECT_EQ(d.wMilliseconds, r.date.wMilliseconds) << r.ms;
-        EXPECT_EQ(d.wDayOfWeek, r.date.wDayOfWeek) << r.ms;
-        EXPECT_EQ(d.wYday, r.date.wYday) << r.ms;
+        EXPECT_EQ(fields(d), fields(r.date)) << r.ms;
     }
     RTS_SYSTIMEDATE d{};
     const RTS_UI64 tooLate = ~0ull;
@@ -161,8 +148,7 @@ TEST(SysOut, PrintsFormattedTextToStandardOutput) {
     EnterModule(cm, SysOutEntry, CMPID_SysOut);
     testing::internal::CaptureStdout();
     EXPECT_EQ(CallVPrintf("%s=%d 0x%04x\n", "value", -12, 0xbeefu), ERR_OK);
-    std::string out = testing::internal::GetCapturedStdout();
-    EXPECT_EQ(out, "value=-12 0xbeef\n");
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "value=-12 0xbeef\n");
     va_list none{};
     EXPECT_EQ(SysOutVPrintf(nullptr, none), ERR_PARAMETER);
 }
@@ -207,6 +193,105 @@ TEST(SysCpuHandling, CallsIecFunctionWithItsParameterRecord) {
     EXPECT_EQ(params.result, 42);
     EXPECT_EQ(SysCpuCallIecFuncWithParams(nullptr, &params, sizeof(params)), ERR_PARAMETER);
     EXPECT_EQ(SysCpuCallIecFuncWithParams(reinterpret_cast<RTS_VOID_FCTPTR>(IecDouble), nullptr, 8), ERR_PARAMETER);
+}
+
+using SysSemTest = ModuleTest<SysSemEntry, CMPID_SysSem>;
+
+TEST_F(SysSemTest, InvalidHandlesAreRefused) {
+    for (RTS_HANDLE h : {static_cast<RTS_HANDLE>(nullptr), RTS_INVALID_HANDLE}) {
+        EXPECT_EQ(SysSemEnter(h), ERR_PARAMETER);
+        EXPECT_EQ(SysSemLeave(h), ERR_PARAMETER);
+        EXPECT_EQ(SysSemDelete(h), ERR_PARAMETER);
+    }
+    // Something that is not a semaphore at all.
+    alignas(16) unsigned char junk[64] = {};
+    EXPECT_EQ(SysSemEnter(junk), ERR_PARAMETER);
+}
+
+TEST_F(SysSemTest, IsRecursiveAndOnlyTheOwnerLeaves) {
+    RTS_RESULT r = ERR_FAILED;
+    RTS_HANDLE h = SysSemCreate(&r);
+    ASSERT_EQ(r, ERR_OK);
+    ASSERT_NE(h, RTS_INVALID_HANDLE);
+    ASSERT_EQ(SysSemEnter(h), ERR_OK);
+    ASSERT_EQ(SysSemEnter(h), ERR_OK);
+    ASSERT_EQ(SysSemEnter(h), ERR_OK);
+    RTS_RESULT other = ERR_OK;
+    std::thread([&] { other = SysSemLeave(h); }).join();
+    EXPECT_EQ(other, ERR_FAILED) << "a thread that does not hold the lock cannot leave it";
+    EXPECT_EQ(SysSemLeave(h), ERR_OK);
+    EXPECT_EQ(SysSemLeave(h), ERR_OK);
+    // Still held once: another thread must wait until the last leave.
+    std::atomic<bool> released{false};
+    std::atomic<bool> sawReleased{false};
+    std::thread waiter([&] {
+        SysSemEnter(h);
+        sawReleased = released.load();
+        SysSemLeave(h);
+    });
+    released = true;
+    EXPECT_EQ(SysSemLeave(h), ERR_OK);
+    waiter.join();
+    EXPECT_TRUE(sawReleased.load()) << "the waiter got the lock while it was still held";
+    EXPECT_EQ(SysSemLeave(h), ERR_FAILED) << "leaving a free lock";
+    EXPECT_EQ(SysSemDelete(h), ERR_OK);
+}
+
+TEST_F(SysSemTest, SerialisesContendingThreads) {
+    RTS_HANDLE h = SysSemCreate(nullptr);
+    ASSERT_NE(h, RTS_INVALID_HANDLE) << "the result pointer is optional";
+    long counter = 0; // deliberately not atomic: only the lock protects it
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&] {
+            for (int i = 0; i < 20000; ++i) {
+                SysSemEnter(h);
+                SysSemEnter(h); // nested, as components do when they call each other
+                ++counter;
+                SysSemLeave(h);
+                SysSemLeave(h);
+            }
+        });
+    }
+    for (auto &t : threads)
+        t.join();
+    EXPECT_EQ(counter, 80000);
+    EXPECT_EQ(SysSemDelete(h), ERR_OK);
+}
+
+TEST(SysInt, NestsAndExcludesOtherThreads) {
+    FakeCM cm;
+    EnterModule(cm, SysIntEntry, CMPID_SysInt);
+    RTS_HANDLE outer = nullptr, inner = nullptr;
+    ASSERT_EQ(SysIntDisableAll(&outer), ERR_OK);
+    ASSERT_EQ(SysIntDisableAll(&inner), ERR_OK);
+    EXPECT_NE(outer, inner) << "the save word records the nesting";
+    RTS_RESULT fromOther = ERR_OK;
+    std::thread([&] { fromOther = SysIntEnableAll(nullptr); }).join();
+    EXPECT_EQ(fromOther, ERR_FAILED) << "another thread cannot enable what this one disabled";
+    EXPECT_EQ(SysIntEnableAll(&inner), ERR_OK);
+    std::atomic<bool> enabled{false};
+    std::atomic<bool> sawEnabled{false};
+    std::thread other([&] {
+        RTS_HANDLE save = nullptr;
+        SysIntDisableAll(&save);
+        sawEnabled = enabled.load();
+        SysIntEnableAll(&save);
+    });
+    enabled = true;
+    EXPECT_EQ(SysIntEnableAll(&outer), ERR_OK);
+    other.join();
+    EXPECT_TRUE(sawEnabled.load());
+    EXPECT_EQ(SysIntEnableAll(nullptr), ERR_FAILED) << "enable without disable";
+}
+
+TEST(SysInt, OutOfOrderSaveWordIsReportedButReleases) {
+    RTS_HANDLE a = nullptr, b = nullptr;
+    SysIntDisableAll(&a);
+    SysIntDisableAll(&b);
+    EXPECT_EQ(SysIntEnableAll(&a), ERR_PARAMETER);
+    EXPECT_EQ(SysIntEnableAll(&b), ERR_PARAMETER);
+    EXPECT_EQ(SysIntEnableAll(nullptr), ERR_FAILED) << "both levels were released";
 }
 
 } // namespace

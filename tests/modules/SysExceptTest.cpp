@@ -6,21 +6,13 @@
 #include "ModuleTestSupport.h"
 #include "SysExceptItf.h"
 
-using kestrel::test::EnterModule;
-using kestrel::test::FakeCM;
-using kestrel::test::LogRecorder;
+using namespace kestrel::test;
 
 namespace {
 
-class SysExceptTest : public ::testing::Test {
+class SysExceptTest : public ModuleTest<SysExceptEntry, CMPID_SysExcept> {
   protected:
-    void SetUp() override {
-        LogRecorder::Clear();
-        cm_.Provide("LogAdd", &LogRecorder::LogAdd);
-        EnterModule(cm_, SysExceptEntry, CMPID_SysExcept);
-    }
     void TearDown() override { cm_.Hook(CH_EXIT_FINAL); }
-    FakeCM cm_;
 };
 
 // Runs fn guarded; returns the exception code caught, or 0.
@@ -34,7 +26,7 @@ template <typename F> RTS_UI32 Guarded(F fn) {
         return 0;
     }
     RTS_UI32 code = 0;
-    SysExceptCatch(&frame, &code);
+    EXPECT_EQ(SysExceptCatch(&frame, &code), ERR_OK);
     return code;
 }
 
@@ -50,32 +42,17 @@ TEST_F(SysExceptTest, SoftExceptionJumpsToTheCatchPoint) {
 }
 
 TEST_F(SysExceptTest, InnerFrameCatchesFirst) {
-    static RTS_EXCEPT_FRAME outer, inner;
-    static volatile int stage = 0;
-    stage = 0;
-    if (setjmp(outer.jmpBuf) == 0) {
-        SysExceptRegisterJmpBuf(&outer);
-        if (setjmp(inner.jmpBuf) == 0) {
-            SysExceptRegisterJmpBuf(&inner);
-            SysExceptGenerateException(RTSEXCPT_SOFT);
-            stage = 99;
-        } else {
-            RTS_UI32 code = 0;
-            EXPECT_EQ(SysExceptCatch(&inner, &code), ERR_OK);
-            EXPECT_EQ(code, RTSEXCPT_SOFT);
-            stage = 1;
-        }
-        // The outer frame is still registered and catches the next one.
-        SysExceptGenerateException(0x42);
-        stage = 98;
-    } else {
-        RTS_UI32 code = 0;
-        SysExceptCatch(&outer, &code);
-        EXPECT_EQ(code, 0x42u);
-        EXPECT_EQ(stage, 1);
+    volatile RTS_UI32 inner = 0;
+    volatile int stage = 0;
+    RTS_UI32 outer = Guarded([&] {
+        inner = Guarded([] { SysExceptGenerateException(RTSEXCPT_SOFT); });
+        stage = 1;
+        SysExceptGenerateException(0x42); // the outer frame is still registered
         stage = 2;
-    }
-    EXPECT_EQ(stage, 2);
+    });
+    EXPECT_EQ(inner, RTSEXCPT_SOFT);
+    EXPECT_EQ(outer, 0x42u);
+    EXPECT_EQ(stage, 1);
 }
 
 TEST_F(SysExceptTest, WithoutCatchPointTheExceptionIsLoggedAndReturns) {
@@ -111,29 +88,22 @@ TEST_F(SysExceptTest, FramesBelongToTheirThread) {
 int *volatile g_null = nullptr;
 volatile int g_zero = 0;
 
-// The sanitizer build (ASan with UBSan) checks null stores and integer
-// division itself and stops the test there, before any signal.
+// The sanitizer build (ASan with UBSan) stops at null stores and integer
+// divisions by zero itself, before any signal.
 #if defined(__SANITIZE_ADDRESS__)
 constexpr bool kSanitized = true;
 #else
 constexpr bool kSanitized = false;
 #endif
 
-TEST_F(SysExceptTest, InvalidAccessIsCaught) {
+TEST_F(SysExceptTest, HardwareFaultsAreCaught) {
     if (kSanitized)
-        GTEST_SKIP() << "UndefinedBehaviorSanitizer reports the null store itself";
-    RTS_UI32 code = Guarded([] { *g_null = 1; });
-    EXPECT_EQ(code, RTSEXCPT_ACCESS_VIOLATION);
+        GTEST_SKIP() << "UndefinedBehaviorSanitizer reports the fault itself";
+    EXPECT_EQ(Guarded([] { *g_null = 1; }), RTSEXCPT_ACCESS_VIOLATION);
     // A second fault after the first jump: the handler is still armed.
     EXPECT_EQ(Guarded([] { *g_null = 2; }), RTSEXCPT_ACCESS_VIOLATION);
-}
-
-TEST_F(SysExceptTest, IntegerDivisionByZeroIsCaught) {
-    if (kSanitized)
-        GTEST_SKIP() << "UndefinedBehaviorSanitizer reports the division itself";
     volatile int result = 0;
-    RTS_UI32 code = Guarded([&] { result = 10 / g_zero; });
-    EXPECT_EQ(code, RTSEXCPT_DIVIDEBYZERO);
+    EXPECT_EQ(Guarded([&] { result = 10 / g_zero; }), RTSEXCPT_DIVIDEBYZERO);
 }
 
 } // namespace

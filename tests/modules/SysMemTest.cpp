@@ -1,57 +1,46 @@
 // Tests of SysMem: accounting per component, bad frees, the leak report at
-// the final shut-down hook and the fault-injection setting.
+// the final shut-down hook and the fault-injection settings (read through
+// the real settings component).
 #include <cstdint>
 #include <cstring>
-#include <map>
 #include <string>
+#include <utility>
+#include <vector>
 
+#include "CmpSettingsItf.h"
 #include "ModuleTestSupport.h"
 #include "SysMemItf.h"
 
-using kestrel::test::EnterModule;
-using kestrel::test::FakeCM;
-using kestrel::test::LogRecorder;
+using namespace kestrel::test;
 
 namespace {
 
-// Settings served to SysMem by the test.
-std::map<std::string, RTS_I32> g_ints;
-std::map<std::string, std::string> g_strings;
+using Account = std::pair<RTS_SIZE, RTS_SIZE>; // bytes, blocks
 
-RTS_RESULT FakeGetInt(const char *section, const char *key, RTS_I32 *value, RTS_I32 def) {
-    auto it = g_ints.find(std::string(section) + "." + key);
-    *value = it == g_ints.end() ? def : it->second;
-    return it == g_ints.end() ? ERR_NO_OBJECT : ERR_OK;
-}
-
-RTS_RESULT FakeGetString(const char *section, const char *key, char *value, RTS_I32 *len, const char *def) {
-    auto it = g_strings.find(std::string(section) + "." + key);
-    std::string v = it == g_strings.end() ? def : it->second;
-    std::snprintf(value, static_cast<std::size_t>(*len), "%s", v.c_str());
-    return it == g_strings.end() ? ERR_NO_OBJECT : ERR_OK;
-}
-
-class SysMemTest : public ::testing::Test {
+class SysMemTest : public ModuleTest<SysMemEntry, CMPID_SysMem> {
   protected:
+    void Provide() override {
+        cm_.Provide("SettgGetIntValue", &SettgGetIntValue);
+        cm_.Provide("SettgGetStringValue", &SettgGetStringValue);
+    }
     void SetUp() override {
-        g_ints.clear();
-        g_strings.clear();
-        LogRecorder::Clear();
-        cm_.Provide("LogAdd", &LogRecorder::LogAdd);
-        cm_.Provide("SettgGetIntValue", &FakeGetInt);
-        cm_.Provide("SettgGetStringValue", &FakeGetString);
-        EnterModule(cm_, SysMemEntry, CMPID_SysMem);
-        cm_.Hook(CH_INIT_SYSTEM); // reads the (empty) settings: no fault injection
+        ModuleTest::SetUp();
+        Configure(""); // no fault injection
     }
-    static RTS_SIZE Bytes(const char *name) {
+    // Writes the [SysMem] section and lets SysMem read it.
+    void Configure(const std::string &section) {
+        std::string path = dir_.Write("mem.cfg", "[SysMem]\n" + section);
+        ASSERT_EQ(SettgSetDatabaseName(path.c_str()), ERR_OK);
+        cm_.Hook(CH_INIT_SYSTEM);
+    }
+    // The account of a component; both -1 when it has none.
+    static Account Held(const char *name) {
         RTS_SIZE bytes = 0, blocks = 0;
-        return SysMemGetAccount(name, &bytes, &blocks) == ERR_OK ? bytes : static_cast<RTS_SIZE>(-1);
+        if (SysMemGetAccount(name, &bytes, &blocks) != ERR_OK)
+            return {static_cast<RTS_SIZE>(-1), static_cast<RTS_SIZE>(-1)};
+        return {bytes, blocks};
     }
-    static RTS_SIZE Blocks(const char *name) {
-        RTS_SIZE bytes = 0, blocks = 0;
-        return SysMemGetAccount(name, &bytes, &blocks) == ERR_OK ? blocks : static_cast<RTS_SIZE>(-1);
-    }
-    FakeCM cm_;
+    TempDir dir_;
 };
 
 TEST_F(SysMemTest, AccountsPerComponent) {
@@ -64,16 +53,15 @@ TEST_F(SysMemTest, AccountsPerComponent) {
     ASSERT_NE(b, nullptr);
     ASSERT_NE(c, nullptr);
     std::memset(a, 0x5A, 100); // the whole block is usable
-    EXPECT_EQ(Bytes("AcctA"), 128u);
-    EXPECT_EQ(Blocks("AcctA"), 2u);
-    EXPECT_EQ(Bytes("AcctB"), 7u);
+    EXPECT_EQ(Held("AcctA"), Account(128, 2));
+    EXPECT_EQ(Held("AcctB"), Account(7, 1));
     EXPECT_EQ(SysMemFreeData("AcctA", a), ERR_OK);
-    EXPECT_EQ(Bytes("AcctA"), 28u);
+    EXPECT_EQ(Held("AcctA"), Account(28, 1));
     // A block goes back to the account that paid for it, whatever name comes with it.
     EXPECT_EQ(SysMemFreeData("SomebodyElse", c), ERR_OK);
-    EXPECT_EQ(Bytes("AcctB"), 0u);
+    EXPECT_EQ(Held("AcctB"), Account(0, 0));
     EXPECT_EQ(SysMemFreeData("AcctA", b), ERR_OK);
-    EXPECT_EQ(Blocks("AcctA"), 0u);
+    EXPECT_EQ(Held("AcctA"), Account(0, 0));
     EXPECT_EQ(SysMemGetAccount("NeverSeen", nullptr, nullptr), ERR_NO_OBJECT);
 }
 
@@ -86,17 +74,11 @@ TEST_F(SysMemTest, BlocksAreAlignedForAnyType) {
     }
 }
 
-TEST_F(SysMemTest, BadFreesAreRefused) {
+TEST_F(SysMemTest, NullNamelessAndHugeRequests) {
     EXPECT_EQ(SysMemFreeData("Bad", nullptr), ERR_PARAMETER);
-    void *p = SysMemAllocData("Bad", 16, nullptr);
-    ASSERT_EQ(SysMemFreeData("Bad", p), ERR_OK);
-    EXPECT_EQ(Blocks("Bad"), 0u);
-}
-
-TEST_F(SysMemTest, NamelessAndHugeRequests) {
     void *p = SysMemAllocData(nullptr, 4, nullptr);
     ASSERT_NE(p, nullptr) << "a missing name is accounted under \"?\"";
-    EXPECT_EQ(Blocks("?"), 1u);
+    EXPECT_EQ(Held("?").second, 1u);
     SysMemFreeData(nullptr, p);
     RTS_RESULT r = ERR_OK;
     EXPECT_EQ(SysMemAllocData("Huge", static_cast<RTS_SIZE>(-1), &r), nullptr);
@@ -129,48 +111,37 @@ TEST_F(SysMemTest, FinalHookReportsOneLinePerLeakingComponent) {
 }
 
 TEST_F(SysMemTest, FailAllocationMakesTheNthAllocationFail) {
-    g_ints["SysMem.FailAllocation"] = 3;
-    cm_.Hook(CH_INIT_SYSTEM);
-    void *p1 = SysMemAllocData("Inject", 8, nullptr);
-    void *p2 = SysMemAllocData("Inject", 8, nullptr);
-    RTS_RESULT r = ERR_OK;
-    void *p3 = SysMemAllocData("Inject", 8, &r);
-    void *p4 = SysMemAllocData("Inject", 8, nullptr);
-    EXPECT_NE(p1, nullptr);
-    EXPECT_NE(p2, nullptr);
-    EXPECT_EQ(p3, nullptr);
-    EXPECT_EQ(r, ERR_NOMEMORY);
-    EXPECT_NE(p4, nullptr) << "only the Nth fails";
-    EXPECT_EQ(LogRecorder::Containing("Injected allocation failure").size(), 1u);
-    EXPECT_EQ(Blocks("Inject"), 3u);
-    for (void *p : {p1, p2, p4})
-        SysMemFreeData("Inject", p);
-}
-
-TEST_F(SysMemTest, FailAllocationCanBeLimitedToOneComponent) {
-    g_ints["SysMem.FailAllocation"] = 2;
-    g_strings["SysMem.FailAllocationComponent"] = "Victim";
-    cm_.Hook(CH_INIT_SYSTEM);
-    void *o1 = SysMemAllocData("Bystander", 8, nullptr);
-    void *v1 = SysMemAllocData("Victim", 8, nullptr);
-    void *o2 = SysMemAllocData("Bystander", 8, nullptr);
-    void *v2 = SysMemAllocData("Victim", 8, nullptr);
-    EXPECT_NE(o1, nullptr);
-    EXPECT_NE(v1, nullptr);
-    EXPECT_NE(o2, nullptr);
-    EXPECT_EQ(v2, nullptr);
-    for (void *p : {o1, v1, o2})
-        SysMemFreeData("x", p);
-}
-
-TEST_F(SysMemTest, NegativeFailAllocationIsReportedAndIgnored) {
-    g_ints["SysMem.FailAllocation"] = -4;
-    cm_.Hook(CH_INIT_SYSTEM);
-    EXPECT_EQ(LogRecorder::Containing("FailAllocation=-4").size(), 1u);
-    for (int i = 0; i < 10; ++i) {
-        void *p = SysMemAllocData("Neg", 8, nullptr);
-        ASSERT_NE(p, nullptr);
-        SysMemFreeData("Neg", p);
+    constexpr std::size_t kNone = 99;
+    struct Row {
+        RTS_I32 n;                         // SysMem.FailAllocation
+        const char *component;             // SysMem.FailAllocationComponent
+        std::vector<const char *> callers; // one allocation each
+        std::size_t failing;               // the one that fails, kNone: none
+        RTS_SIZE lastHolds;                // blocks the last caller holds afterwards
+        const char *logged;                // a line the log must hold once
+    };
+    const Row rows[] = {
+        {3, "", {"Inject", "Inject", "Inject", "Inject"}, 2, 3, "Injected allocation failure"},
+        {2, "Victim", {"Bystander", "Victim", "Bystander", "Victim"}, 3, 1, "Injected allocation failure"},
+        {-4, "", std::vector<const char *>(10, "Neg"), kNone, 10, "FailAllocation=-4"}, // reported, ignored
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.n);
+        LogRecorder::Clear();
+        Configure("FailAllocation=" + std::to_string(row.n) + "\nFailAllocationComponent=" + row.component + "\n");
+        std::vector<void *> held;
+        for (std::size_t i = 0; i < row.callers.size(); ++i) {
+            RTS_RESULT r = ERR_FAILED;
+            void *p = SysMemAllocData(row.callers[i], 8, &r);
+            EXPECT_EQ(p == nullptr, i == row.failing) << i;
+            EXPECT_EQ(r, i == row.failing ? ERR_NOMEMORY : ERR_OK) << i;
+            if (p != nullptr)
+                held.push_back(p);
+        }
+        EXPECT_EQ(LogRecorder::Containing(row.logged).size(), 1u);
+        EXPECT_EQ(Held(row.callers.back()).second, row.lastHolds);
+        for (void *p : held)
+            SysMemFreeData("x", p);
     }
 }
 

@@ -1,14 +1,8 @@
 // The child process runner and the sandbox of the host process tests.
 #include "ChildProcess.h"
 
-#include <atomic>
-#include <cerrno>
 #include <csignal>
 #include <cstdlib>
-#include <cstring>
-#include <fstream>
-#include <iterator>
-#include <thread>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -33,11 +27,6 @@ std::filesystem::path OwnDirectory() {
 } // namespace
 
 Sandbox::Sandbox() {
-    static std::atomic<int> counter{0};
-    dir_ = std::filesystem::temp_directory_path() /
-           ("kestrel-run-" + std::to_string(getpid()) + "-" + std::to_string(counter++));
-    std::filesystem::remove_all(dir_);
-    std::filesystem::create_directories(dir_);
     std::filesystem::path bin = OwnDirectory();
     for (const auto &entry : std::filesystem::directory_iterator(bin)) {
         const auto &path = entry.path();
@@ -46,19 +35,9 @@ Sandbox::Sandbox() {
         std::string name = path.filename().string();
         bool bModule = path.extension() == ".so" && (name.rfind("Sys", 0) == 0 || name.rfind("Cmp", 0) == 0);
         if (bModule || name == "KESTRELControl")
-            std::filesystem::copy_file(path, dir_ / path.filename());
+            std::filesystem::copy_file(path, Dir() / path.filename());
     }
     WriteConfig("KESTRELControl.cfg");
-}
-
-Sandbox::~Sandbox() {
-    std::error_code ec;
-    std::filesystem::remove_all(dir_, ec);
-}
-
-std::string Sandbox::ReadHostLog() const {
-    std::ifstream in(HostLog(), std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
 void Sandbox::WriteConfig(const std::string &name, const std::vector<std::string> &extraComponents) const {
@@ -67,10 +46,6 @@ void Sandbox::WriteConfig(const std::string &name, const std::vector<std::string
         text += "Component." + std::to_string(i) + "=" + extraComponents[i] + "\n";
     text += "\n[CmpLog]\nConsole=1\nLogger.0.Name=PlcLog\nLogger.0.Backend.0.ClassId=0\n";
     Write(name, text);
-}
-
-void Sandbox::Write(const std::string &name, const std::string &content) const {
-    std::ofstream(dir_ / name, std::ios::binary) << content;
 }
 
 ChildProcess::ChildProcess(const std::filesystem::path &executable, const std::vector<std::string> &args,

@@ -1,8 +1,5 @@
-// Runs the real host executable as a child process for the tests: in a
-// sandbox directory of its own (the executable, the modules and a
-// configuration, so that its host log and working directory are private),
-// with its standard streams on a pseudo-terminal or on pipes, extra
-// environment variables, and bounded waits that never hang a test.
+// Runs the real host executable as a child process in a sandbox directory of
+// its own, on a pseudo-terminal or on pipes, with bounded waits.
 #pragma once
 
 #include <chrono>
@@ -13,27 +10,27 @@
 
 #include <sys/types.h>
 
+#include "TempDir.h"
+
 namespace kestrel::test {
 
-// A copy of the executable and its modules in a fresh directory.
+// A copy of the executable, its modules and a configuration in a fresh
+// directory, so that the host log and working directory are private.
 class Sandbox {
   public:
     Sandbox();
-    ~Sandbox();
-    Sandbox(const Sandbox &) = delete;
-    Sandbox &operator=(const Sandbox &) = delete;
 
-    const std::filesystem::path &Dir() const { return dir_; }
-    std::filesystem::path Executable() const { return dir_ / "KESTRELControl"; }
-    std::filesystem::path HostLog() const { return dir_ / "KESTREL Control Win V3.log"; }
-    std::string ReadHostLog() const;
+    const std::filesystem::path &Dir() const { return dir_.Path(); }
+    std::filesystem::path Executable() const { return Dir() / "KESTRELControl"; }
+    std::filesystem::path HostLog() const { return Dir() / "KESTREL Control Win V3.log"; }
+    std::string ReadHostLog() const { return ReadFile(HostLog()); }
     // Writes a configuration file into the sandbox; extraComponents go to
     // [ComponentManager] Component.0, .1, ...
     void WriteConfig(const std::string &name, const std::vector<std::string> &extraComponents = {}) const;
-    void Write(const std::string &name, const std::string &content) const;
+    void Write(const std::string &name, const std::string &content) const { TempDir::WriteTo(Dir() / name, content); }
 
   private:
-    std::filesystem::path dir_;
+    TempDir dir_{"kestrel-run"};
 };
 
 class ChildProcess {

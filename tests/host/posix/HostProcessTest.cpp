@@ -1,29 +1,20 @@
-// Runs of the real executable: the foreground on a terminal ends on a typed
-// line and on Ctrl-C, on SIGTERM without a terminal; the service mode talks
-// to a notify socket (READY, STOPPING, WATCHDOG); the dispatcher fails
-// outside systemd; components that fault during start-up or in the cycle
-// give the specified log lines and an orderly shut-down; bad input gives
-// clear messages.
+// Runs of the real executable: the foreground ends on request, the service
+// mode talks to a notify socket, the dispatcher fails outside systemd,
+// faulting components give their log lines and an orderly shut-down, and bad
+// input gives clear messages.
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <csignal>
-#include <cstddef>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <regex>
 #include <string>
 #include <thread>
 
-#include <poll.h>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
-
 #include "ChildProcess.h"
+#include "NotifyReceiver.h"
+#include "TempDir.h"
 
 namespace kestrel::test {
 namespace {
@@ -58,58 +49,82 @@ void ExpectStartAndStop(const Sandbox &sandbox, const std::string &configName = 
     EXPECT_TRUE(HasLine(log, "KESTREL Control Win V3 Service stopped")) << log;
 }
 
-TEST(HostProcess, ForegroundEndsOnATypedLine) {
-    Sandbox sandbox;
-    ChildProcess child(sandbox.Executable(), {"-d"}, Streams::Terminal);
-    if (child.NoTerminal())
-        GTEST_SKIP() << "the system has no pseudo-terminals";
-    ASSERT_TRUE(child.WaitForOutput(kReady, kStartTimeout)) << child.Output();
-    child.Type("q\n");
-    EXPECT_EQ(child.Wait(kEndTimeout), 0) << child.Output();
-    EXPECT_NE(child.Output().find("KESTREL Control shutdown done"), std::string::npos) << child.Output();
-    ExpectStartAndStop(sandbox);
-}
-
-TEST(HostProcess, ForegroundEndsOnCtrlC) {
-    Sandbox sandbox;
-    ChildProcess child(sandbox.Executable(), {"-d"}, Streams::Terminal);
-    if (child.NoTerminal())
-        GTEST_SKIP() << "the system has no pseudo-terminals";
-    ASSERT_TRUE(child.WaitForOutput(kReady, kStartTimeout)) << child.Output();
-    child.Type("\x03"); // the terminal turns it into SIGINT
-    EXPECT_EQ(child.Wait(kEndTimeout), 0) << child.Output();
-    ExpectStartAndStop(sandbox);
-}
-
-TEST(HostProcess, ForegroundEndsOnSigint) {
-    Sandbox sandbox;
-    ChildProcess child(sandbox.Executable(), {"-d"}, Streams::Pipes);
-    ASSERT_TRUE(child.WaitForOutput(kReady, kStartTimeout)) << child.Output();
-    child.Signal(SIGINT);
-    EXPECT_EQ(child.Wait(kEndTimeout), 0) << child.Output();
-    ExpectStartAndStop(sandbox);
-}
-
-TEST(HostProcess, ForegroundWithoutConsoleEndsOnSigterm) {
-    Sandbox sandbox;
-    ChildProcess child(sandbox.Executable(), {"-r"}, Streams::Pipes);
-    ASSERT_TRUE(child.WaitForOutput(kReady, kStartTimeout)) << child.Output();
-    child.Type("a line on a pipe is no key press\n");
-    std::this_thread::sleep_for(200ms);
+// Starts the host, waits until the runtime is ready, stops it with SIGTERM
+// and returns its output.
+std::string RunAndStop(const Sandbox &sandbox, const std::vector<std::string> &args) {
+    ChildProcess child(sandbox.Executable(), args, Streams::Pipes);
+    EXPECT_TRUE(child.WaitForOutput(kReady, kStartTimeout)) << child.Output();
     child.Signal(SIGTERM);
     EXPECT_EQ(child.Wait(kEndTimeout), 0) << child.Output();
-    ExpectStartAndStop(sandbox);
+    return child.Output();
 }
 
+// On a terminal a typed line or Ctrl-C ends the foreground; SIGINT too, and
+// without a console SIGTERM (a line on a pipe is no key press).
+TEST(HostProcess, ForegroundEndsOnRequest) {
+    struct Row {
+        const char *what;
+        const char *option;
+        Streams streams;
+        const char *typed; // null: nothing typed
+        int signal;        // 0: none sent
+    };
+    const Row rows[] = {
+        {"typed line", "-d", Streams::Terminal, "q\n", 0},
+        {"Ctrl-C", "-d", Streams::Terminal, "\x03", 0},
+        {"SIGINT", "-d", Streams::Pipes, nullptr, SIGINT},
+        {"SIGTERM", "-r", Streams::Pipes, "a line on a pipe is no key press\n", SIGTERM},
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.what);
+        Sandbox sandbox;
+        ChildProcess child(sandbox.Executable(), {row.option}, row.streams);
+        if (child.NoTerminal())
+            continue; // the system has no pseudo-terminals
+        ASSERT_TRUE(child.WaitForOutput(kReady, kStartTimeout)) << child.Output();
+        if (row.typed != nullptr)
+            child.Type(row.typed);
+        if (row.signal != 0) {
+            std::this_thread::sleep_for(200ms);
+            child.Signal(row.signal);
+        }
+        EXPECT_EQ(child.Wait(kEndTimeout), 0) << child.Output();
+        EXPECT_NE(child.Output().find("KESTREL Control shutdown done"), std::string::npos) << child.Output();
+        ExpectStartAndStop(sandbox);
+    }
+}
+
+// The configuration named on the command line: another file, a missing one,
+// a folder (opens, cannot be read), a name with '%' (used literally).
 TEST(HostProcess, ConfigFileFromTheCommandLine) {
-    Sandbox sandbox;
-    sandbox.WriteConfig("Other.cfg");
-    ChildProcess child(sandbox.Executable(), {"-r", "Other.cfg"}, Streams::Pipes);
-    ASSERT_TRUE(child.WaitForOutput(kReady, kStartTimeout)) << child.Output();
-    child.Signal(SIGTERM);
-    EXPECT_EQ(child.Wait(kEndTimeout), 0);
-    ExpectStartAndStop(sandbox, "Other.cfg");
-    EXPECT_FALSE(HasLine(sandbox.ReadHostLog(), "*** Config file cannot be opened!"));
+    const std::string cannotOpen = "*** Config file cannot be opened!";
+    enum class Kind { Valid, Missing, Folder };
+    struct Row {
+        const char *name;
+        Kind kind;
+        const char *line; // a further host log line, or null
+    };
+    const Row rows[] = {
+        {"Other.cfg", Kind::Valid, nullptr},
+        {"missing.cfg", Kind::Missing, nullptr},
+        {"folder.cfg", Kind::Folder, nullptr},
+        {"a%sb%n%d.cfg", Kind::Valid, "*** Config file name contains '%': it is used exactly as written"},
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.name);
+        Sandbox sandbox;
+        if (row.kind == Kind::Valid)
+            sandbox.WriteConfig(row.name);
+        if (row.kind == Kind::Folder)
+            std::filesystem::create_directory(sandbox.Dir() / row.name);
+        RunAndStop(sandbox, {"-r", row.name});
+        ExpectStartAndStop(sandbox, row.name);
+        std::string log = sandbox.ReadHostLog();
+        EXPECT_EQ(HasLine(log, cannotOpen), row.kind != Kind::Valid) << log;
+        if (row.line != nullptr) {
+            EXPECT_TRUE(HasLine(log, row.line)) << log;
+        }
+    }
 }
 
 TEST(HostProcess, DispatchOutsideSystemdFails) {
@@ -128,51 +143,12 @@ TEST(HostProcess, HelpPrintsTheOptions) {
     EXPECT_NE(child.Output().find("--startmode=auto|demand"), std::string::npos) << child.Output();
 }
 
-// The service manager's end of the notify socket.
-class NotifySocket {
-  public:
-    NotifySocket() : name_("@kestrel-host-test-" + std::to_string(getpid())) {
-        fd_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        std::memcpy(address.sun_path, name_.data(), name_.size());
-        address.sun_path[0] = '\0';
-        bind(fd_, reinterpret_cast<sockaddr *>(&address),
-             static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + name_.size()));
-    }
-    ~NotifySocket() { close(fd_); }
-    const std::string &Name() const { return name_; }
-
-    // Collects messages until one contains text; false after the timeout.
-    bool WaitFor(const std::string &text, std::chrono::milliseconds timeout) {
-        auto end = std::chrono::steady_clock::now() + timeout;
-        while (std::chrono::steady_clock::now() < end) {
-            pollfd pfd{fd_, POLLIN, 0};
-            if (poll(&pfd, 1, 50) <= 0)
-                continue;
-            char buffer[512];
-            ssize_t n = recv(fd_, buffer, sizeof(buffer), 0);
-            if (n <= 0)
-                continue;
-            std::string message(buffer, static_cast<size_t>(n));
-            received += message + "|";
-            if (message.find(text) != std::string::npos)
-                return true;
-        }
-        return false;
-    }
-    std::string received;
-
-  private:
-    std::string name_;
-    int fd_ = -1;
-};
-
 TEST(HostProcess, ServiceReportsToTheNotifySocketAndStopsOnSigterm) {
     Sandbox sandbox;
-    NotifySocket notify;
+    const std::string name = "@kestrel-host-test-" + std::to_string(getpid());
+    NotifyReceiver notify(name);
     ChildProcess child(sandbox.Executable(), {}, Streams::Pipes,
-                       {{"NOTIFY_SOCKET", notify.Name()}, {"WATCHDOG_USEC", "200000"}});
+                       {{"NOTIFY_SOCKET", name}, {"WATCHDOG_USEC", "200000"}});
     ASSERT_TRUE(notify.WaitFor("READY=1", kStartTimeout)) << notify.received << child.Output();
     EXPECT_NE(notify.received.find("STATUS=Starting|"), std::string::npos) << notify.received;
     EXPECT_TRUE(notify.WaitFor("WATCHDOG=1", 2s)) << notify.received;
@@ -216,83 +192,40 @@ TEST(HostProcess, FaultDuringStartUp) {
     EXPECT_EQ(child.Output().find(kReady), std::string::npos);
 }
 
+// Also on a terminal, where the end of the run must not wait for a key.
 TEST(HostProcess, FaultInTheCommunicationCycle) {
-    Sandbox sandbox;
-    sandbox.WriteConfig("KESTRELControl.cfg", {"CmpTestFaultCycle"});
-    ChildProcess child(sandbox.Executable(), {"-r"}, Streams::Pipes);
-    EXPECT_EQ(child.Wait(kEndTimeout), 0) << child.Output();
-    std::string out = child.Output();
-    EXPECT_NE(out.find(kReady), std::string::npos) << out;
-    EXPECT_NE(out.find("Exception occurred: CMCallHook"), std::string::npos) << out;
-    EXPECT_NE(out.find("KESTREL Control shutdown done"), std::string::npos) << out;
-    EXPECT_LT(out.find("Exception occurred: CMCallHook"), out.find("KESTREL Control shutdown..."));
-    ExpectStartAndStop(sandbox);
-    EXPECT_FALSE(HasLine(sandbox.ReadHostLog(), "*** Exception during CMExit() occurred!"));
-}
-
-TEST(HostProcess, FaultInTheCycleOnATerminalDoesNotWaitForAKey) {
-    Sandbox sandbox;
-    sandbox.WriteConfig("KESTRELControl.cfg", {"CmpTestFaultCycle"});
-    ChildProcess child(sandbox.Executable(), {"-d"}, Streams::Terminal);
-    if (child.NoTerminal())
-        GTEST_SKIP() << "the system has no pseudo-terminals";
-    EXPECT_EQ(child.Wait(kEndTimeout), 0) << child.Output();
-    ExpectStartAndStop(sandbox);
+    for (auto [option, streams] : {std::pair{"-r", Streams::Pipes}, std::pair{"-d", Streams::Terminal}}) {
+        SCOPED_TRACE(option);
+        Sandbox sandbox;
+        sandbox.WriteConfig("KESTRELControl.cfg", {"CmpTestFaultCycle"});
+        ChildProcess child(sandbox.Executable(), {option}, streams);
+        if (child.NoTerminal())
+            continue; // the system has no pseudo-terminals
+        EXPECT_EQ(child.Wait(kEndTimeout), 0) << child.Output();
+        std::string out = child.Output();
+        EXPECT_NE(out.find(kReady), std::string::npos) << out;
+        EXPECT_NE(out.find("Exception occurred: CMCallHook"), std::string::npos) << out;
+        EXPECT_NE(out.find("KESTREL Control shutdown done"), std::string::npos) << out;
+        EXPECT_LT(out.find("Exception occurred: CMCallHook"), out.find("KESTREL Control shutdown..."));
+        ExpectStartAndStop(sandbox);
+        EXPECT_FALSE(HasLine(sandbox.ReadHostLog(), "*** Exception during CMExit() occurred!"));
+    }
 }
 
 TEST(HostProcess, UnknownOptionsAreReportedAndIgnored) {
     Sandbox sandbox;
-    ChildProcess child(sandbox.Executable(), {"-x", "/Q", "--startmode=fast", "-r"}, Streams::Pipes);
-    ASSERT_TRUE(child.WaitForOutput(kReady, kStartTimeout)) << child.Output();
-    child.Signal(SIGTERM);
-    EXPECT_EQ(child.Wait(kEndTimeout), 0);
+    std::string output = RunAndStop(sandbox, {"-x", "/Q", "--startmode=fast", "-r"});
     std::string log = sandbox.ReadHostLog();
     EXPECT_TRUE(HasLine(log, "Unknown option ignored: -x")) << log;
     EXPECT_TRUE(HasLine(log, "Unknown option ignored: /Q")) << log;
     EXPECT_TRUE(HasLine(log, "Unknown start mode ignored (use auto or demand): --startmode=fast")) << log;
-    EXPECT_NE(child.Output().find("Unknown option ignored: -x"), std::string::npos);
-}
-
-TEST(HostProcess, MissingConfigFileIsReportedAndTheRuntimeStillStarts) {
-    Sandbox sandbox;
-    ChildProcess child(sandbox.Executable(), {"-r", "missing.cfg"}, Streams::Pipes);
-    ASSERT_TRUE(child.WaitForOutput(kReady, kStartTimeout)) << child.Output();
-    child.Signal(SIGTERM);
-    EXPECT_EQ(child.Wait(kEndTimeout), 0);
-    EXPECT_TRUE(HasLine(sandbox.ReadHostLog(), "*** Config file cannot be opened!")) << sandbox.ReadHostLog();
-    ExpectStartAndStop(sandbox, "missing.cfg");
-}
-
-TEST(HostProcess, UnreadableConfigFileIsReported) {
-    Sandbox sandbox;
-    std::filesystem::create_directory(sandbox.Dir() / "folder.cfg"); // opens, cannot be read
-    ChildProcess child(sandbox.Executable(), {"-r", "folder.cfg"}, Streams::Pipes);
-    ASSERT_TRUE(child.WaitForOutput(kReady, kStartTimeout)) << child.Output();
-    child.Signal(SIGTERM);
-    EXPECT_EQ(child.Wait(kEndTimeout), 0);
-    EXPECT_TRUE(HasLine(sandbox.ReadHostLog(), "*** Config file cannot be opened!")) << sandbox.ReadHostLog();
-}
-
-TEST(HostProcess, PercentInTheConfigPathIsUsedLiterally) {
-    Sandbox sandbox;
-    sandbox.WriteConfig("a%sb%n%d.cfg");
-    ChildProcess child(sandbox.Executable(), {"-r", "a%sb%n%d.cfg"}, Streams::Pipes);
-    ASSERT_TRUE(child.WaitForOutput(kReady, kStartTimeout)) << child.Output();
-    child.Signal(SIGTERM);
-    EXPECT_EQ(child.Wait(kEndTimeout), 0);
-    std::string log = sandbox.ReadHostLog();
-    EXPECT_TRUE(HasLine(log, (sandbox.Dir() / "a%sb%n%d.cfg").string())) << log;
-    EXPECT_TRUE(HasLine(log, "*** Config file name contains '%': it is used exactly as written")) << log;
-    EXPECT_FALSE(HasLine(log, "*** Config file cannot be opened!")) << log;
+    EXPECT_NE(output.find("Unknown option ignored: -x"), std::string::npos);
 }
 
 TEST(HostProcess, LegacyConfigurationIsRenamed) {
     Sandbox sandbox;
     sandbox.Write("KestrelSP.cfg", "[ComponentManager]\n");
-    ChildProcess child(sandbox.Executable(), {"-r"}, Streams::Pipes);
-    ASSERT_TRUE(child.WaitForOutput(kReady, kStartTimeout)) << child.Output();
-    child.Signal(SIGTERM);
-    EXPECT_EQ(child.Wait(kEndTimeout), 0);
+    RunAndStop(sandbox, {"-r"});
     EXPECT_FALSE(std::filesystem::exists(sandbox.Dir() / "KestrelSP.cfg"));
     EXPECT_TRUE(std::filesystem::exists(sandbox.Dir() / "KestrelControl.cfg"));
 }
@@ -306,8 +239,7 @@ TEST(HostProcess, InstallAndUninstallThroughTheCommandLine) {
     EXPECT_EQ(install.Wait(kEndTimeout), 0) << install.Output();
     auto unit = sandbox.Dir() / "units" / "KESTREL-Control-Win-V3.service";
     ASSERT_TRUE(std::filesystem::exists(unit));
-    std::ifstream in(unit);
-    std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    std::string text = ReadFile(unit);
     EXPECT_NE(text.find("ExecStart=\"" + sandbox.Executable().string() + "\"\n"), std::string::npos) << text;
     EXPECT_NE(text.find("User=plc\n"), std::string::npos) << text;
     EXPECT_TRUE(HasLine(sandbox.ReadHostLog(), "Option -p has no value: no password is used")) << sandbox.ReadHostLog();

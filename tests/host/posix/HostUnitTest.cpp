@@ -1,6 +1,5 @@
-// The systemd unit: its name and text, the quoting of ExecStart, and the
-// management actions against a redirected unit directory and a stand-in
-// systemctl that records its calls and plays the unit's state.
+// The systemd unit: its name, text and quoting, and the management actions
+// against a redirected unit directory and a stand-in systemctl.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -39,11 +38,7 @@ TEST(HostUnit, TextHasTheServiceSettings) {
                              "Type=notify\n", "ExecStart=\"/opt/my dir/KESTRELControl\"\n", "User=plc\n",
                              "Restart=on-failure\n", "WatchdogSec=30\n", "[Install]\n", "WantedBy=multi-user.target\n"})
         EXPECT_NE(text.find(line), std::string::npos) << line << "\n---\n" << text;
-}
-
-TEST(HostUnit, TextWithoutAccountHasNoUser) {
-    HostUnitFields unit{"S", "1.0", "/x", ""};
-    EXPECT_EQ(HostUnitText(unit).find("User="), std::string::npos);
+    EXPECT_EQ(HostUnitText({"S", "1.0", "/x", ""}).find("User="), std::string::npos) << "no account, no user";
 }
 
 TEST(HostUnit, LineBreaksAreRefused) {
@@ -80,20 +75,18 @@ class HostUnitActions : public ::testing::Test {
         std::filesystem::create_directories(units);
         state = dir.Path() / "state";
         std::filesystem::create_directories(state);
-        std::string script =
-            "#!/bin/sh\n"
-            "S='" +
-            state.string() +
-            "'\n"
-            "echo \"$*\" >> \"$S/calls\"\n"
-            "case \"$1\" in\n"
-            "  is-active) [ -f \"$S/active\" ] && exit 0; exit 3 ;;\n"
-            "  start) [ -f \"$S/fail-start\" ] && exit 1; [ -f \"$S/dies\" ] || touch \"$S/active\" ;;\n"
-            "  stop) [ -f \"$S/stuck\" ] || rm -f \"$S/active\" ;;\n"
-            "  enable) [ -f \"$S/fail-enable\" ] && exit 1 ;;\n"
-            "esac\n"
-            "exit 0\n";
-        auto systemctl = dir.Write("systemctl", script);
+        // Records its calls and plays the unit's state through marker files.
+        auto systemctl = dir.Write("systemctl", R"(#!/bin/sh
+S="$(dirname "$0")/state"
+echo "$*" >> "$S/calls"
+case "$1" in
+  is-active) [ -f "$S/active" ] && exit 0; exit 3 ;;
+  start) [ -f "$S/fail-start" ] && exit 1; [ -f "$S/dies" ] || touch "$S/active" ;;
+  stop) [ -f "$S/stuck" ] || rm -f "$S/active" ;;
+  enable) [ -f "$S/fail-enable" ] && exit 1 ;;
+esac
+exit 0
+)");
         chmod(systemctl.c_str(), 0755);
         setenv("KESTREL_UNIT_DIR", units.c_str(), 1);
         setenv("KESTREL_SYSTEMCTL", systemctl.c_str(), 1);
@@ -110,6 +103,7 @@ class HostUnitActions : public ::testing::Test {
     }
     std::string Calls() { return ReadFile(state / "calls"); }
     std::string Log() { return ReadFile(dir.Path() / "svc.log"); }
+    bool Logged(const std::string &text) { return Log().find(text) != std::string::npos; }
     void Touch(const char *name) { TempDir::WriteTo(state / name); }
     std::filesystem::path UnitFile() { return units / "KESTREL-Control-Win-V3.service"; }
 
@@ -141,27 +135,25 @@ TEST_F(HostUnitActions, InstallOnDemandIsNotEnabled) {
 TEST_F(HostUnitActions, InstallingTwiceFailsWithTheSystemText) {
     ASSERT_EQ(HostOsInstallService(), 1u);
     EXPECT_EQ(HostOsInstallService(), 0u);
-    EXPECT_NE(Log().find(": ***ERROR***: CreateService failed: File exists\r\n"), std::string::npos) << Log();
+    EXPECT_TRUE(Logged(": ***ERROR***: CreateService failed: File exists\r\n")) << Log();
 }
 
 TEST_F(HostUnitActions, InstallReportsAFailingEnable) {
     Touch("fail-enable");
     EXPECT_EQ(HostOsInstallService(), 0u);
-    EXPECT_NE(Log().find("***ERROR***: CreateService failed: systemctl enable failed with exit status 1"),
-              std::string::npos)
-        << Log();
+    EXPECT_TRUE(Logged("***ERROR***: CreateService failed: systemctl enable failed with exit status 1")) << Log();
 }
 
 TEST_F(HostUnitActions, InstallIntoAMissingDirectoryFails) {
     setenv("KESTREL_UNIT_DIR", (dir.Path() / "nowhere").c_str(), 1);
     EXPECT_EQ(HostOsInstallService(), 0u);
-    EXPECT_NE(Log().find("***ERROR***: CreateService failed: No such file or directory"), std::string::npos);
+    EXPECT_TRUE(Logged("***ERROR***: CreateService failed: No such file or directory")) << Log();
 }
 
 TEST_F(HostUnitActions, AMissingSystemctlIsReported) {
     setenv("KESTREL_SYSTEMCTL", (dir.Path() / "no-systemctl").c_str(), 1);
     EXPECT_EQ(HostOsInstallService(), 0u);
-    EXPECT_NE(Log().find("systemctl daemon-reload could not be run"), std::string::npos) << Log();
+    EXPECT_TRUE(Logged("systemctl daemon-reload could not be run")) << Log();
 }
 
 TEST_F(HostUnitActions, StartAndStop) {
@@ -176,14 +168,13 @@ TEST_F(HostUnitActions, StartFailures) {
     ASSERT_EQ(HostOsInstallService(), 1u);
     Touch("fail-start");
     EXPECT_EQ(HostOsStartService(0, nullptr), 0u);
-    EXPECT_NE(Log().find("***ERROR***: KESTREL Control Win V3 Service failed to start: systemctl start failed with "
-                         "exit status 1\r\n"),
-              std::string::npos)
+    EXPECT_TRUE(Logged("***ERROR***: KESTREL Control Win V3 Service failed to start: systemctl start failed with "
+                       "exit status 1\r\n"))
         << Log();
     std::filesystem::remove(state / "fail-start");
     Touch("dies");
     EXPECT_EQ(HostOsStartService(0, nullptr), 0u);
-    EXPECT_NE(Log().find("***ERROR***: KESTREL Control Win V3 Service failed to start.\r\n"), std::string::npos);
+    EXPECT_TRUE(Logged("***ERROR***: KESTREL Control Win V3 Service failed to start.\r\n")) << Log();
 }
 
 TEST_F(HostUnitActions, StopThatDoesNotStopFails) {
@@ -191,7 +182,7 @@ TEST_F(HostUnitActions, StopThatDoesNotStopFails) {
     ASSERT_EQ(HostOsStartService(0, nullptr), 1u);
     Touch("stuck");
     EXPECT_EQ(HostOsStopService(), 0u);
-    EXPECT_NE(Log().find("***ERROR***: KESTREL Control Win V3 Service failed to stop.\r\n"), std::string::npos);
+    EXPECT_TRUE(Logged("***ERROR***: KESTREL Control Win V3 Service failed to stop.\r\n")) << Log();
 }
 
 TEST_F(HostUnitActions, UninstallStopsDisablesAndRemoves) {
@@ -214,7 +205,7 @@ TEST_F(HostUnitActions, UninstallOfAStuckServiceStillRemovesIt) {
     ASSERT_EQ(HostOsStartService(0, nullptr), 1u);
     Touch("stuck");
     EXPECT_EQ(HostOsUninstallService(), 1u);
-    EXPECT_NE(Log().find("Service failed to stop."), std::string::npos);
+    EXPECT_TRUE(Logged("Service failed to stop.")) << Log();
     EXPECT_FALSE(std::filesystem::exists(UnitFile()));
 }
 

@@ -1,15 +1,9 @@
 #!/bin/sh
-# The Windows service under wine's real service control manager:
-#   -i installs it (quoted path, display name "<name> Version 3.5.5.0",
-#   automatic start), -s starts it and it reports running, the host log shows
-#   the run's lines, installing twice fails with the system's text, -e stops
-#   it, -u removes it, and -u of a missing service fails to open it. Before
-#   that, two foreground runs with components that fault during start-up and
-#   in the communication cycle show the guards' log lines and end by themselves.
+# The Windows service under wine's service control manager (install twice,
+# start, stop, remove twice), after two foreground runs with faulting components.
 # Usage: service-test.sh <bin dir of the Windows build> <work dir>
-# The test keeps a wine prefix of its own in <work dir>/prefix (created on the
-# first run; KESTREL_SERVICE_WINEPREFIX names another one), so that its
-# service and its wineserver touch no other test.
+# A wine prefix of its own, <work dir>/prefix or KESTREL_SERVICE_WINEPREFIX,
+# keeps its service and wineserver apart from other tests.
 set -u
 BIN=$1
 WORK=$2
@@ -66,10 +60,8 @@ cleanup() {
 }
 trap cleanup EXIT
 
-# Components that fault with an invalid memory access, in the foreground:
-# during start-up the guard logs the exception and the run ends without
-# entering the loop; in the fifth communication cycle the loop ends and the
-# runtime stops in order. Both processes end by themselves.
+# Faults in the foreground: during start-up the run loop is never entered; in
+# the communication cycle the runtime stops in order. Both end by themselves.
 printf '[ComponentManager]\r\nComponent.0=CmpTestFaultInit\r\n' > "$APP/FaultInit.cfg"
 printf '[ComponentManager]\r\nComponent.0=CmpTestFaultCycle\r\n' > "$APP/FaultCycle.cfg"
 rm -f "$LOG"

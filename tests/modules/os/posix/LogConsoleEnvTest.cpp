@@ -1,12 +1,10 @@
-// The host's word on the console (POSIX, where the test can set the
-// environment): KESTREL_CONSOLE=1 before the logger's entry turns the echo
-// on until the settings say otherwise.
+// KESTREL_CONSOLE=1 from the host before the logger's entry turns the echo on
+// until the settings say otherwise.
 #include <stdlib.h>
 
 #include "../../LogTestSupport.h"
 
-using kestrel::test::ConsoleLines;
-using kestrel::test::LogTest;
+using namespace kestrel::test;
 
 namespace {
 

@@ -1,7 +1,5 @@
-// A real crash in the middle of settings writes (POSIX): a child process
-// rewrites the settings file as fast as it can and is killed at a random
-// moment; the file must then hold exactly one of the complete versions the
-// child wrote, never a mix or a cut.
+// A child rewriting the settings file is killed at a random moment: the file
+// must hold exactly one complete version the child wrote, never a mix or a cut.
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -13,9 +11,7 @@
 #include "CmpSettingsItf.h"
 #include "../../ModuleTestSupport.h"
 
-using kestrel::test::EnterModule;
-using kestrel::test::FakeCM;
-using kestrel::test::TempDir;
+using namespace kestrel::test;
 
 namespace {
 
