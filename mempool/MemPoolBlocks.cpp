@@ -8,11 +8,11 @@ using namespace kestrel::mempool;
 namespace {
 
 __attribute__((noinline)) void *GetBlockLockedNarrow(Pcb *pcb, RTS_RESULT *pResult) {
-    return GetBlockLocked<ZeroTakenBlock<16>>(pcb, pResult);
+    return GetBlockAnyLock<ZeroTakenBlock<16>>(pcb, pResult);
 }
 
 __attribute__((noinline)) void *GetBlockSemaphoreLockedNarrow(Pcb *pcb, RTS_RESULT *pResult) {
-    return GetBlockSemaphoreLocked<ZeroTakenBlock<16>>(pcb, pResult);
+    return GetBlockLocked<SemaphoreLock, ZeroTakenBlock<16>>(pcb, pResult);
 }
 
 __attribute__((noinline)) RTS_RESULT PutBlockOutOfLineNarrow(Pcb *pcb, void *pBlock) {
@@ -62,21 +62,12 @@ bool RemoveUsed(Pcb *pcb, MEMPOOL_BLOCK *pHeader) {
 
 namespace kestrel::mempool {
 
-// Both read the pool again after the lock rather than keep it across the call of the lock service.
-RTS_RESULT LinkFreeBlockLocked(void *pBlock) {
-    LockPcb(PcbOf(HeaderOf(pBlock)->pPool));
-    Pcb *pcb = PcbOf(HeaderOf(pBlock)->pPool);
-    LinkFreeBlock(pcb, pBlock);
-    UnlockPcb(pcb);
-    return ERR_OK;
+RTS_RESULT LinkFreeBlockAnyLock(void *pBlock) {
+    return LinkFreeBlockLocked<AnyLock>(pBlock);
 }
 
-RTS_RESULT LinkFreeBlockSemaphoreLocked(void *pBlock) {
-    g_pfSemaphoreEnter(PcbOf(HeaderOf(pBlock)->pPool)->hSem);
-    Pcb *pcb = PcbOf(HeaderOf(pBlock)->pPool);
-    LinkFreeBlock(pcb, pBlock);
-    g_pfSemaphoreLeave(pcb->hSem);
-    return ERR_OK;
+RTS_RESULT LinkFreeBlockSemaphoreLock(void *pBlock) {
+    return LinkFreeBlockLocked<SemaphoreLock>(pBlock);
 }
 
 } // namespace kestrel::mempool

@@ -261,45 +261,58 @@ template <unsigned Width> __attribute__((always_inline)) inline void *ZeroTakenB
 // moment it is off the free list until it is back on it, so get zeroes it after the unlock and put
 // fills it before the lock: the lock is held only for the few stores of the list itself.
 // Every locked instruction of the lock service waits until all earlier stores have reached the
-// cache, among them the registers a function saves on its stack, so these keep as little as they
-// can across the calls of the lock service: get keeps the pool and the result pointer across the
-// lock and only the block across the unlock; put keeps only the block and reads its pool back from
-// the header. Get ends with a jump to ZeroBlock, which may be compiled for wider stores than get
+// cache, among them the registers a function saves on its stack, so these keep little across the
+// calls of the lock service: put keeps only the block and reads its pool back from the header after
+// the lock. Get ends with a jump to ZeroBlock, which may be compiled for wider stores than get
 // itself (a function with calls and such stores would also have to align its stack frame).
-template <void *(*ZeroBlock)(MEMPOOL_BLOCK *)>
+// Both come in two forms, by the lock they take: any lock (LockPcb/UnlockPcb, which choose the
+// service at every call), and, the usual case, both directions through the semaphore service, with
+// no choice left between the calls.
+struct AnyLock {
+    static void Enter(Pcb *pcb) { LockPcb(pcb); }
+    static void Leave(Pcb *pcb) { UnlockPcb(pcb); }
+};
+struct SemaphoreLock {
+    static void Enter(Pcb *pcb) { g_pfSemaphoreEnter(pcb->hSem); }
+    static void Leave(Pcb *pcb) { g_pfSemaphoreLeave(pcb->hSem); }
+};
+
+// For a valid pool.
+template <typename Lock, void *(*ZeroBlock)(MEMPOOL_BLOCK *)>
 __attribute__((always_inline)) inline void *GetBlockLocked(Pcb *pcb, RTS_RESULT *pResult) {
+    Lock::Enter(pcb);
+    MEMPOOL_BLOCK *pHeader = TakeFreeHeader(pcb, pResult);
+    Lock::Leave(pcb);
+    if (KESTREL_UNLIKELY(pHeader == nullptr))
+        return nullptr;
+    return ZeroBlock(pHeader);
+}
+
+// Any lock, and the invalid pool, which answers 20.
+template <void *(*ZeroBlock)(MEMPOOL_BLOCK *)>
+__attribute__((always_inline)) inline void *GetBlockAnyLock(Pcb *pcb, RTS_RESULT *pResult) {
     if (KESTREL_UNLIKELY(pcb == nullptr)) {
         SetResult(pResult, ERR_INVALID_POOL);
         return nullptr;
     }
-    LockPcb(pcb);
-    MEMPOOL_BLOCK *pHeader = TakeFreeHeader(pcb, pResult);
-    UnlockPcb(pcb);
-    if (KESTREL_UNLIKELY(pHeader == nullptr))
-        return nullptr;
-    return ZeroBlock(pHeader);
+    return GetBlockLocked<AnyLock, ZeroBlock>(pcb, pResult);
 }
 
-// The same for a valid pool whose lock goes both ways through the semaphore service, with no
-// choice left to make between the calls.
-template <void *(*ZeroBlock)(MEMPOOL_BLOCK *)>
-__attribute__((always_inline)) inline void *GetBlockSemaphoreLocked(Pcb *pcb, RTS_RESULT *pResult) {
-    g_pfSemaphoreEnter(pcb->hSem);
-    MEMPOOL_BLOCK *pHeader = TakeFreeHeader(pcb, pResult);
-    g_pfSemaphoreLeave(pcb->hSem);
-    if (KESTREL_UNLIKELY(pHeader == nullptr))
-        return nullptr;
-    return ZeroBlock(pHeader);
+// The put side, for a block already filled.
+template <typename Lock> __attribute__((always_inline)) inline RTS_RESULT LinkFreeBlockLocked(void *pBlock) {
+    Lock::Enter(PcbOf(HeaderOf(pBlock)->pPool));
+    Pcb *pcb = PcbOf(HeaderOf(pBlock)->pPool);
+    LinkFreeBlock(pcb, pBlock);
+    Lock::Leave(pcb);
+    return ERR_OK;
 }
-
-// The put side, for a block already filled, in the same two forms; the C functions and the wide
-// forms share them.
-RTS_RESULT LinkFreeBlockLocked(void *pBlock);
-RTS_RESULT LinkFreeBlockSemaphoreLocked(void *pBlock);
-inline RTS_RESULT LinkFreeBlockLockedAny(void *pBlock) {
+// Out of line, shared by the C functions and the wide forms.
+RTS_RESULT LinkFreeBlockAnyLock(void *pBlock);
+RTS_RESULT LinkFreeBlockSemaphoreLock(void *pBlock);
+inline RTS_RESULT LinkFreeBlockUnderLock(void *pBlock) {
     if (KESTREL_LIKELY(g_pfSemaphoreEnter != nullptr))
-        return LinkFreeBlockSemaphoreLocked(pBlock);
-    return LinkFreeBlockLocked(pBlock);
+        return LinkFreeBlockSemaphoreLock(pBlock);
+    return LinkFreeBlockAnyLock(pBlock);
 }
 
 // The bodies of MemPoolGetBlock and MemPoolPutBlock. Both skip the lock when it would call nothing
@@ -327,7 +340,7 @@ template <unsigned Width> __attribute__((always_inline)) inline RTS_RESULT PutBl
         LinkFreeBlock(pcb, pBlock);
         return ERR_OK;
     }
-    return LinkFreeBlockLockedAny(pBlock);
+    return LinkFreeBlockUnderLock(pBlock);
 }
 
 template <unsigned Width, RTS_RESULT (*OutOfLine)(Pcb *, void *)>
@@ -342,7 +355,7 @@ __attribute__((always_inline)) inline RTS_RESULT PutBlock(void *pBlock) {
         return OutOfLine(pcb, pBlock);
     FillPayload<Width>(pBlock, kFillFree, s);
     if (KESTREL_UNLIKELY(g_state.bLockCalls))
-        return LinkFreeBlockLockedAny(pBlock);
+        return LinkFreeBlockUnderLock(pBlock);
     LinkFreeBlock(pcb, pBlock);
     return ERR_OK;
 }

@@ -13,11 +13,11 @@ __attribute__((target("avx"), noinline)) void *ZeroTakenBlockWide(MEMPOOL_BLOCK 
 
 // Not compiled for AVX itself: it calls the lock service, and jumps to the zeroing at its end.
 __attribute__((noinline)) void *GetBlockLockedWide(Pcb *pcb, RTS_RESULT *pResult) {
-    return GetBlockLocked<ZeroTakenBlockWide>(pcb, pResult);
+    return GetBlockAnyLock<ZeroTakenBlockWide>(pcb, pResult);
 }
 
 __attribute__((noinline)) void *GetBlockSemaphoreLockedWide(Pcb *pcb, RTS_RESULT *pResult) {
-    return GetBlockSemaphoreLocked<ZeroTakenBlockWide>(pcb, pResult);
+    return GetBlockLocked<SemaphoreLock, ZeroTakenBlockWide>(pcb, pResult);
 }
 
 __attribute__((target("avx"))) void *GetBlockWide(RTS_HANDLE hMemPool, RTS_RESULT *pResult) {
