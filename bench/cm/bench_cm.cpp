@@ -16,8 +16,7 @@
 #include "CMInternal.h"
 #include "CMItf.h"
 #include "CMOs.h"
-#include "FakeServices.h"
-#include "TestHost.h"
+#include "CMTestFixture.h"
 
 using namespace kestrel::cmtest;
 
@@ -43,7 +42,7 @@ const ComponentListEntry s_list[] = {{"CmpLog", &FakeLogEntry, 0},
 // Fresh services whose settings name n modules.
 void PrepareServices(int n) {
     ResetFakes();
-    R().ResetAll();
+    R() = Recorder{};
     for (int i = 0; i < n; ++i)
         F().SetSetting("ComponentManager", "Component." + std::to_string(i), ModuleName(i));
 }

@@ -1,10 +1,7 @@
 // A component written for the component manager's tests. It reports every entry call, import
-// call, hook and instance call to the test program's recorder, and behaves as the test tells it
-// (CmpId, version, missing callbacks, failing entry or imports, exports and imports by name, hook
-// answers). The same source is built several times: linked into the test programs under entry
-// names of their own (TESTCMP_LINKED) and as module files that export only ComponentEntry.
-#include <cstring>
-
+// call, hook and instance call to the test program's recorder, and behaves as the test tells it.
+// The same source is built several times: linked into the test programs under entry names of
+// their own (TESTCMP_LINKED) and as module files that export only ComponentEntry.
 #include "TestHostItf.h"
 
 #ifndef TESTCMP_NAME
@@ -28,8 +25,8 @@ const TestHostItf *Host() {
 #ifdef TESTCMP_LINKED
     return TestHostGet();
 #else
-    // A module reaches the test program through the registry; this is never called while a lookup
-    // runs (the export callback uses what the entry call found).
+    // A module reaches the test program through the registry; never while a lookup runs (the
+    // export callback uses what the entry call found).
     if (s_host == nullptr && s_cm.pfCMGetAPI2 != nullptr) {
         RTS_VOID_FCTPTR pf = nullptr;
         if (s_cm.pfCMGetAPI2("TestHostGet", &pf, CM_IMPORT_OPTIONAL, 0, 0) == ERR_OK && pf != nullptr)
@@ -39,7 +36,7 @@ const TestHostItf *Host() {
 #endif
 }
 
-TestCmpBehaviour *Behaviour(const TestHostItf *pHost) {
+TestCmpBehaviour *Behaviour(const TestHostItf *pHost = Host()) {
     TestCmpBehaviour *p = pHost != nullptr ? pHost->pfBehaviour(TESTCMP_NAME) : nullptr;
     return p != nullptr ? p : &s_default;
 }
@@ -50,71 +47,52 @@ void Record(const char *pszKind, RTS_UI32 ulHook = 0, RTS_UINTPTR ulParam1 = 0, 
 }
 
 // The exported functions answer with the component's name and their number.
-const char *Function0() {
-    return TESTCMP_NAME "#0";
-}
-const char *Function1() {
-    return TESTCMP_NAME "#1";
-}
-const char *Function2() {
-    return TESTCMP_NAME "#2";
-}
-const RTS_VOID_FCTPTR s_functions[3] = {reinterpret_cast<RTS_VOID_FCTPTR>(&Function0),
-                                        reinterpret_cast<RTS_VOID_FCTPTR>(&Function1),
-                                        reinterpret_cast<RTS_VOID_FCTPTR>(&Function2)};
-const ExportEntry s_defaultExports[] = {
-    {s_functions[0], TESTCMP_NAME "Fn", 0, 0},
-    {nullptr, nullptr, 0, 0},
-};
+const RTS_VOID_FCTPTR s_functions[3] = {reinterpret_cast<RTS_VOID_FCTPTR>(+[] { return TESTCMP_NAME "#0"; }),
+                                        reinterpret_cast<RTS_VOID_FCTPTR>(+[] { return TESTCMP_NAME "#1"; }),
+                                        reinterpret_cast<RTS_VOID_FCTPTR>(+[] { return TESTCMP_NAME "#2"; })};
+const ExportEntry s_defaultExports[] = {{s_functions[0], TESTCMP_NAME "Fn", 0, 0}, {nullptr, nullptr, 0, 0}};
 
 RTS_RESULT ExportFunctions() {
     TestCmpBehaviour *b = Behaviour(s_host != nullptr ? s_host : Host());
-    if (b->nExports == 0) {
+    if (b->nExports == 0)
         s_cm.pfCMRegisterAPI(s_defaultExports, nullptr, 0, b->cmpId);
-    } else {
-        for (RTS_UI32 i = 0; i < b->nExports && i < TESTCMP_MAX_ROWS; ++i) {
-            const TestExportRow &row = b->exports[i];
-            s_cm.pfCMRegisterAPI2(row.szName, s_functions[row.ulFunction % 3], row.bExternal, row.ulSignature,
-                                  row.ulVersion);
-        }
+    for (RTS_UI32 i = 0; i < b->nExports && i < TESTCMP_MAX_ROWS; ++i) {
+        const TestApiRow &row = b->exports[i];
+        s_cm.pfCMRegisterAPI2(row.szName, s_functions[row.ulFunction % 3], row.ulFlags, row.ulSignature, row.ulVersion);
     }
     return b->exportResult;
 }
 
+// Fails with the first required import that fails.
 RTS_RESULT ImportFunctions() {
-    const TestHostItf *pHost = Host();
-    TestCmpBehaviour *b = Behaviour(pHost);
+    TestCmpBehaviour *b = Behaviour();
     Record("import");
     RTS_RESULT firstRequired = ERR_OK;
     for (RTS_UI32 i = 0; i < b->nImports && i < TESTCMP_MAX_ROWS; ++i) {
-        const TestImportRow &row = b->imports[i];
-        // A non-null start value shows whether a failed lookup empties the slot.
-        RTS_VOID_FCTPTR pfSlot = reinterpret_cast<RTS_VOID_FCTPTR>(&ImportFunctions);
-        RTS_RESULT result = s_cm.pfCMGetAPI2(row.szName, &pfSlot, row.ulOptions, row.ulSignature, row.ulVersion);
-        if (pHost != nullptr)
-            pHost->pfImported(TESTCMP_NAME, row.szName, result, pfSlot);
-        if (result != ERR_OK && (row.ulOptions & CM_IMPORT_OPTIONAL) == 0 && firstRequired == ERR_OK)
+        const TestApiRow &row = b->imports[i];
+        RTS_VOID_FCTPTR pfSlot = nullptr;
+        RTS_RESULT result = s_cm.pfCMGetAPI2(row.szName, &pfSlot, row.ulFlags, row.ulSignature, row.ulVersion);
+        if (result != ERR_OK && (row.ulFlags & CM_IMPORT_OPTIONAL) == 0 && firstRequired == ERR_OK)
             firstRequired = result;
     }
     return firstRequired;
 }
 
 RTS_UI32 GetVersion() {
-    return Behaviour(Host())->ulVersion;
+    return Behaviour()->ulVersion;
 }
 
 RTS_RESULT HookFunction(RTS_UI32 ulHook, RTS_UINTPTR ulParam1, RTS_UINTPTR ulParam2) {
     Record("hook", ulHook, ulParam1, ulParam2);
-    TestCmpBehaviour *b = Behaviour(Host());
+    TestCmpBehaviour *b = Behaviour();
     if (ulHook == CH_INIT2 && b->bSetStopWord != 0 && ulParam1 != 0)
         *reinterpret_cast<RTS_UI32 *>(ulParam1) = 1;
     for (RTS_UI32 i = 0; i < b->nAnswers && i < 4; ++i) {
-        TestHookAnswer &answer = b->answers[i];
-        if (answer.ulHook != ulHook || answer.nTimes == 0)
+        if (b->answers[i].ulHook != ulHook || b->answers[i].nTimes == 0)
             continue;
-        if (answer.nTimes > 0)
-            --answer.nTimes;
-        return answer.answer;
+        if (b->answers[i].nTimes > 0)
+            --b->answers[i].nTimes;
+        return b->answers[i].answer;
     }
     return ERR_OK;
 }
@@ -131,7 +109,7 @@ RTS_HANDLE CreateInstance(CLASSID classId, RTS_RESULT *pResult) {
 
 RTS_RESULT DeleteInstance(RTS_HANDLE hInstance) {
     Record("delete", 0, reinterpret_cast<RTS_UINTPTR>(hInstance));
-    return Behaviour(Host())->deleteResult;
+    return Behaviour()->deleteResult;
 }
 
 } // namespace
@@ -148,8 +126,7 @@ extern "C" RTS_MODULE_EXPORT RTS_RESULT TESTCMP_ENTRY(ComponentInitStruct *pInit
     // Refers to a function that no library defines: loading the module must fail at once.
     KestrelFunctionThatDoesNotExist();
 #endif
-    const TestHostItf *pHost = Host();
-    TestCmpBehaviour *b = Behaviour(pHost);
+    TestCmpBehaviour *b = Behaviour();
     Record("entry");
     if (b->entryResult != ERR_OK)
         return b->entryResult;
