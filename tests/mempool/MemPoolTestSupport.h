@@ -1,15 +1,18 @@
 // Test doubles and the fixture shared by the CmpMemPool tests: recording stand-ins for the memory,
-// semaphore, interrupt-lock and logger services, a fixture that enters the component through the
-// stand-in component manager with a chosen set of services, and helpers that read pool structures
-// without assuming their alignment.
+// lock and logger services, a fixture that enters the component through the stand-in component
+// manager with a chosen set of services, and helpers that read pool structures.
 #pragma once
 
 #include <algorithm>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <map>
 #include <ostream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -19,87 +22,41 @@
 
 namespace kestrel::test::mempool {
 
-// Which runtime services the component finds at hook 1.
-struct Services {
-    bool bMemory = true;
-    bool bSemaphores = true;
-    bool bInterrupts = false;
-    bool bLog = true;
-};
-inline Services NoLockService() {
-    return Services{true, false, false, true};
-}
-inline Services InterruptsOnly() {
-    return Services{true, false, true, true};
-}
-inline Services NoMemoryService() {
-    return Services{false, true, false, true};
-}
+using Strings = std::vector<std::string>;
+using Results = std::vector<RTS_RESULT>;
+using Blocks = std::vector<void *>;
+using Sizes = std::vector<RTS_SIZE>;
+
+// Which runtime services the component finds at hook 1 (bits).
+enum Services : unsigned { kMemory = 1, kSemaphores = 2, kInterrupts = 4, kLog = 8, kDefault = 11, kAll = 15 };
 
 // What the doubles saw, and how they answer.
 struct Recorder {
-    // Memory service: every live allocation with its size, and the calls made.
+    // Memory service: live allocations with their sizes, and the calls ("<null>" for no name).
     std::map<void *, RTS_SIZE> live;
-    std::vector<std::string> allocNames; // "<null>" for a null component name
-    std::vector<RTS_SIZE> allocSizes;
-    std::vector<std::string> freeNames;
-    std::vector<void *> freed;
-    int failAllocsAfter = -1; // number of allocations that still succeed; -1: all
+    Strings allocNames, freeNames;
+    Sizes allocSizes;
+    Blocks freed;
+    bool bFailAllocs = false;
     RTS_RESULT allocFailResult = ERR_NOMEMORY;
-    RTS_RESULT freeResult = ERR_OK; // answered by free; nonzero: the memory is kept
-
-    // Semaphore service: fake handles 0x5E00 + n, a trace of calls and the nesting per handle.
-    std::vector<std::string> semTrace; // "create 1", "enter 1", "leave 1", "delete 1"
-    std::map<RTS_HANDLE, int> semDepth;
+    RTS_RESULT freeResult = ERR_OK; // nonzero: the memory is kept
+    // Lock services: "create 1", "enter 1", "leave 1", "delete 1" for the semaphores 0x5E00 + n,
+    // "disable" and "enable" for the interrupt lock (its save words in intWords); the nesting of
+    // both; the result of every call; a callback after every enter and leave.
+    Strings trace;
+    std::vector<RTS_HANDLE *> intWords;
     int semCreated = 0;
-    RTS_RESULT semCreateResult = ERR_OK;
-    RTS_RESULT semEnterResult = ERR_OK;
-    RTS_RESULT semLeaveResult = ERR_OK;
-    RTS_RESULT semDeleteResult = ERR_OK;
-
-    // Interrupt lock: the save words handed in, and the nesting.
-    std::vector<RTS_HANDLE *> intDisabled;
-    std::vector<RTS_HANDLE *> intEnabled;
-    int intDepth = 0;
-    RTS_RESULT intResult = ERR_OK;
-
-    // Called by every enter and leave of either lock, after the nesting changed.
+    int depth = 0;
+    RTS_RESULT lockResult = ERR_OK;
     std::function<void()> onLock;
-
-    // Logger: each call with its format and the formatted text.
-    struct LogLine {
-        RTS_HANDLE hLogger;
-        CMPID cmpId;
-        RTS_UI32 ulClass;
-        RTS_RESULT errorId;
-        RTS_UI32 ulInfoId;
-        std::string format;
-        std::string text;
-    };
-    std::vector<LogLine> log;
-
-    int SemDepthTotal() const;
+    // Logger: "<logger> <cmpId> <class> <error> <info> <text>" per call.
+    Strings log;
 };
-extern Recorder g_rec;
+inline Recorder g_rec;
 
-RTS_HANDLE FakeSemHandle(int n);
-
-// Fixture: the component entered and at hook 1 with the default services (memory, semaphores,
-// logger). Every test must leave no allocation behind.
-class MemPoolTest : public ::testing::Test {
-  protected:
-    void SetUp() override;
-    void TearDown() override;
-    // Hook 15, then hook 1 again with another set of services.
-    void Restart(const Services &services);
-    // Hook 15 only: the component is not ready until the next Restart.
-    void StopComponent();
-    // A static pool of n blocks of size s on an aligned area that lives as long as the test.
-    RTS_HANDLE StaticPool(RTS_SIZE s, RTS_SIZE n);
-
-    kestrel::test::FakeCM cm_;
-    std::vector<std::vector<unsigned char>> areas_;
-};
+inline RTS_HANDLE FakeSemHandle(int n) {
+    return reinterpret_cast<RTS_HANDLE>(static_cast<RTS_UINTPTR>(0x5E00 + n));
+}
 
 // What a call gave back: its value and the result it stored through its last parameter.
 template <typename T> struct Answer {
@@ -120,73 +77,153 @@ template <typename F, typename... A> auto Call(F fn, A... args) {
     return Answer<decltype(value)>{value, result};
 }
 
-// How a test reaches MemPoolGetBlock and MemPoolPutBlock: as the C functions that a linked-in
-// caller calls, or as the component's export table offers them to every other component (forms
-// compiled for the processor, where it has wider stores). Both must behave alike in every way.
-enum class BlockCaller { Linked, Imported };
-struct BlockFunctions {
-    decltype(&MemPoolGetBlock) pfGet;
-    decltype(&MemPoolPutBlock) pfPut;
+// The doubles of the imported services.
+struct Doubles {
+    static std::string Name(const char *psz) { return psz != nullptr ? psz : "<null>"; }
+    static void *AllocData(const char *pszComponentName, RTS_SIZE ulSize, RTS_RESULT *pResult) {
+        g_rec.allocNames.push_back(Name(pszComponentName));
+        g_rec.allocSizes.push_back(ulSize);
+        // Sizes no test means to get are refused like an exhausted heap.
+        const bool bFail = g_rec.bFailAllocs || ulSize > (RTS_SIZE{1} << 28);
+        if (pResult != nullptr)
+            *pResult = bFail ? g_rec.allocFailResult : ERR_OK;
+        if (bFail)
+            return nullptr;
+        // Never zero: the component must clear or fill what it promises to.
+        void *p = std::malloc(ulSize != 0 ? ulSize : 1);
+        std::memset(p, 0x5A, ulSize);
+        g_rec.live[p] = ulSize;
+        return p;
+    }
+    static RTS_RESULT FreeData(const char *pszComponentName, void *pData) {
+        g_rec.freeNames.push_back(Name(pszComponentName));
+        g_rec.freed.push_back(pData);
+        if (g_rec.freeResult != ERR_OK)
+            return g_rec.freeResult;
+        if (g_rec.live.erase(pData) == 0) {
+            ADD_FAILURE() << "SysMemFreeData of memory that was not allocated: " << pData;
+            return ERR_PARAMETER;
+        }
+        std::free(pData);
+        return ERR_OK;
+    }
+    // Every call of a lock service: its trace entry, how it changes the nesting, and the save word
+    // of the interrupt lock.
+    static RTS_RESULT Lock(const std::string &call, RTS_HANDLE hSem, int depthChange, RTS_HANDLE *phSave = nullptr) {
+        const long long n = static_cast<long long>(reinterpret_cast<RTS_UINTPTR>(hSem)) - 0x5E00;
+        g_rec.trace.push_back(hSem != nullptr ? call + " " + std::to_string(n) : call);
+        if (phSave != nullptr)
+            g_rec.intWords.push_back(phSave);
+        g_rec.depth += depthChange;
+        if (depthChange != 0 && g_rec.onLock)
+            g_rec.onLock();
+        return g_rec.lockResult;
+    }
+    static RTS_HANDLE SemCreate(RTS_RESULT *pResult) {
+        RTS_HANDLE h = FakeSemHandle(++g_rec.semCreated);
+        *pResult = Lock("create", h, 0);
+        return h;
+    }
+    static RTS_RESULT SemEnter(RTS_HANDLE h) { return Lock("enter", h, 1); }
+    static RTS_RESULT SemLeave(RTS_HANDLE h) { return Lock("leave", h, -1); }
+    static RTS_RESULT SemDelete(RTS_HANDLE h) { return Lock("delete", h, 0); }
+    static RTS_RESULT IntDisableAll(RTS_HANDLE *phSave) { return Lock("disable", nullptr, 1, phSave); }
+    static RTS_RESULT IntEnableAll(RTS_HANDLE *phSave) { return Lock("enable", nullptr, -1, phSave); }
+    static RTS_RESULT LogAdd(RTS_HANDLE hLogger, CMPID cmpId, RTS_UI32 ulClassId, RTS_RESULT errorId, RTS_UI32 ulInfoId,
+                             const char *pszInfo, ...) {
+        char text[512], line[600];
+        va_list args;
+        va_start(args, pszInfo);
+        std::vsnprintf(text, sizeof text, pszInfo, args);
+        va_end(args);
+        std::snprintf(line, sizeof line, "%llx %u %u %u %u %s",
+                      static_cast<unsigned long long>(reinterpret_cast<RTS_UINTPTR>(hLogger)), unsigned{cmpId},
+                      unsigned{ulClassId}, unsigned{errorId}, unsigned{ulInfoId}, text);
+        g_rec.log.push_back(line);
+        return ERR_OK;
+    }
+    template <typename F> static RTS_VOID_FCTPTR Fn(F *fn) { return reinterpret_cast<RTS_VOID_FCTPTR>(fn); }
 };
-BlockFunctions BlockFunctionsFor(FakeCM &cm, BlockCaller caller);
-std::string BlockCallerName(const ::testing::TestParamInfo<BlockCaller> &info);
 
-// A fixture run once per BlockCaller, with calls_ holding get and put as that caller reaches them.
-template <typename Fixture> class WithBlockCaller : public Fixture, public ::testing::WithParamInterface<BlockCaller> {
+// Fixture: the component entered and at hook 1 with the default services, and readers of pool
+// structures. No test may leave an allocation behind or a lock held.
+class MemPoolTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        Fixture::SetUp();
-        calls_ = BlockFunctionsFor(this->cm_, this->GetParam());
-        ASSERT_NE(calls_.pfGet, nullptr);
-        ASSERT_NE(calls_.pfPut, nullptr);
+        g_rec = Recorder{};
+        ASSERT_EQ(cm_.Enter(&CmpMemPoolEntry), ERR_OK);
+        Restart(kDefault);
+    }
+    void TearDown() override {
+        cm_.Hook(CH_EXIT2);
+        EXPECT_EQ(g_rec.depth, 0) << "a pool lock left held";
+        EXPECT_TRUE(g_rec.live.empty()) << g_rec.live.size() << " allocation(s) left behind";
+        for (auto &entry : g_rec.live)
+            std::free(entry.first);
+        g_rec.live.clear();
+    }
+    // Hook 15, then hook 1 again with the services chosen.
+    void Restart(unsigned services) {
+        cm_.Hook(CH_EXIT2);
+        using D = Doubles;
+        const std::tuple<const char *, RTS_VOID_FCTPTR, unsigned> imports[] = {
+            {"LogAdd", D::Fn(&D::LogAdd), kLog},
+            {"SysMemAllocData", D::Fn(&D::AllocData), kMemory},
+            {"SysMemFreeData", D::Fn(&D::FreeData), kMemory},
+            {"SysSemCreate", D::Fn(&D::SemCreate), kSemaphores},
+            {"SysSemEnter", D::Fn(&D::SemEnter), kSemaphores},
+            {"SysSemLeave", D::Fn(&D::SemLeave), kSemaphores},
+            {"SysSemDelete", D::Fn(&D::SemDelete), kSemaphores},
+            {"SysIntDisableAll", D::Fn(&D::IntDisableAll), kInterrupts},
+            {"SysIntEnableAll", D::Fn(&D::IntEnableAll), kInterrupts},
+        };
+        for (const auto &[name, fn, service] : imports) {
+            cm_.Withdraw(name);
+            if ((services & service) != 0)
+                cm_.Provide(name, fn);
+        }
+        ASSERT_EQ(cm_.Hook(CH_INIT), ERR_OK);
+    }
+    // A static pool of n blocks of size s on an aligned area that lives as long as the test.
+    RTS_HANDLE StaticPool(RTS_SIZE s, RTS_SIZE n) {
+        areas_.emplace_back(MEMPOOL_STATIC_AREA_SIZE(s, n) + MEMPOOL_ALIGN);
+        const auto answer =
+            Call(MemPoolCreateStatic, s, MEMPOOL_STATIC_AREA_SIZE(s, n), AlignedStart(areas_.back().data()));
+        EXPECT_EQ(answer.result, ERR_OK) << s << " " << n;
+        return answer.value;
     }
 
-    BlockFunctions calls_{};
-};
-#define KESTREL_FOR_EACH_BLOCK_CALLER(Fixture)                                                                         \
-    INSTANTIATE_TEST_SUITE_P(Callers, Fixture, ::testing::Values(BlockCaller::Linked, BlockCaller::Imported),          \
-                             BlockCallerName)
+    static MEMPOOL_PCB *Pcb(RTS_HANDLE h) { return static_cast<MEMPOOL_PCB *>(h); }
+    static MEMPOOL_BLOCK *HeaderOf(void *p) { return reinterpret_cast<MEMPOOL_BLOCK *>(Bytes(p) - kHeader); }
+    static unsigned char *Bytes(void *p) { return static_cast<unsigned char *>(p); }
+    static RTS_SIZE Aligned(RTS_SIZE s) { return MEMPOOL_ALIGN_SIZE(s); }
+    static RTS_SIZE Stride(RTS_SIZE s) { return Aligned(s) + kHeader; }
+    // The first address at or behind p that is aligned to the pool alignment.
+    static unsigned char *AlignedStart(void *p) {
+        return Bytes(p) + (-reinterpret_cast<RTS_UINTPTR>(p) & (MEMPOOL_ALIGN - 1));
+    }
+    static bool AllBytes(const void *p, RTS_SIZE n, unsigned char value) {
+        return std::all_of(static_cast<const unsigned char *>(p), static_cast<const unsigned char *>(p) + n,
+                           [value](unsigned char b) { return b == value; });
+    }
+    // Takes every free block (MemPoolGetBlock until it fails) and returns the payloads in order.
+    static Blocks Drain(RTS_HANDLE hPool) {
+        Blocks blocks;
+        while (void *p = MemPoolGetBlock(hPool, nullptr))
+            blocks.push_back(p);
+        return blocks;
+    }
+    // The used list as payload pointers, walked with MemPoolGetFirstBlock/GetNextBlock.
+    static Blocks UsedList(RTS_HANDLE hPool) {
+        Blocks blocks;
+        for (void *p = MemPoolGetFirstBlock(hPool, nullptr); p; p = MemPoolGetNextBlock(hPool, p, nullptr))
+            blocks.push_back(p);
+        return blocks;
+    }
 
-// Copies of pool structures read byte-wise, so that tests never assume the alignment of a control
-// block (a static pool of block size 0 keeps it where the caller's area starts).
-inline MEMPOOL_PCB PcbCopy(RTS_HANDLE hPool) {
-    MEMPOOL_PCB pcb;
-    std::memcpy(&pcb, hPool, sizeof pcb);
-    return pcb;
-}
-inline MEMPOOL_BLOCK *HeaderOf(void *pPayload) {
-    return reinterpret_cast<MEMPOOL_BLOCK *>(static_cast<unsigned char *>(pPayload) - MEMPOOL_BLOCK_HEADER_SIZE);
-}
-// Takes every free block (MemPoolGetBlock until it fails) and returns the payloads in order.
-inline std::vector<void *> Drain(RTS_HANDLE hPool) {
-    std::vector<void *> blocks;
-    while (void *p = MemPoolGetBlock(hPool, nullptr))
-        blocks.push_back(p);
-    return blocks;
-}
-// The used list of a pool as payload pointers, walked with MemPoolGetFirstBlock/GetNextBlock.
-inline std::vector<void *> UsedList(RTS_HANDLE hPool) {
-    std::vector<void *> blocks;
-    RTS_RESULT result = ERR_FAILED;
-    for (void *p = MemPoolGetFirstBlock(hPool, &result); p != nullptr; p = MemPoolGetNextBlock(hPool, p, &result))
-        blocks.push_back(p);
-    return blocks;
-}
-// True when all n bytes at p equal value.
-inline bool AllBytes(const void *p, RTS_SIZE n, unsigned char value) {
-    const auto *bytes = static_cast<const unsigned char *>(p);
-    return std::all_of(bytes, bytes + n, [value](unsigned char b) { return b == value; });
-}
-// Round up to the pool alignment, as the component does.
-inline RTS_SIZE Aligned(RTS_SIZE s) {
-    return MEMPOOL_ALIGN_SIZE(s);
-}
-inline RTS_SIZE Stride(RTS_SIZE s) {
-    return Aligned(s) + MEMPOOL_BLOCK_HEADER_SIZE;
-}
-// The first address at or behind p that is aligned to the pool alignment.
-inline unsigned char *AlignedStart(unsigned char *p) {
-    return p + (Aligned(reinterpret_cast<RTS_UINTPTR>(p)) - reinterpret_cast<RTS_UINTPTR>(p));
-}
+    static constexpr RTS_SIZE kHeader = MEMPOOL_BLOCK_HEADER_SIZE;
+    kestrel::test::FakeCM cm_;
+    std::vector<std::vector<unsigned char>> areas_;
+};
 
 } // namespace kestrel::test::mempool
