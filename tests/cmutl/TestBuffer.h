@@ -1,5 +1,5 @@
-// A destination buffer for the string-utility tests: filled with a marker
-// byte so that a test sees exactly which bytes a function wrote.
+// A destination buffer filled with a marker, so that a test sees exactly which elements a
+// function wrote.
 #pragma once
 
 #include <array>
@@ -8,16 +8,15 @@
 
 namespace kestrel::test {
 
-constexpr char kMarker = '\x7E';
-
 template <typename Ch = char, std::size_t N = 96> struct MarkedBuffer {
+    static constexpr Ch kMarker = static_cast<Ch>(0x7E);
     std::array<Ch, N> data;
-    MarkedBuffer() { data.fill(static_cast<Ch>(kMarker)); }
+    MarkedBuffer() { data.fill(kMarker); }
     Ch *get() { return data.data(); }
-    // The bytes in [from, to) that still hold the marker.
+    // True when the elements in [from, to) still hold the marker.
     bool UntouchedFrom(std::size_t from, std::size_t to = N) const {
         for (std::size_t i = from; i < to; ++i) {
-            if (data[i] != static_cast<Ch>(kMarker)) {
+            if (data[i] != kMarker) {
                 return false;
             }
         }
