@@ -1,15 +1,8 @@
 // End to end: the component manager starts and stops the runtime with the
 // host's standard list and these modules as loadable files, as the host does.
-#include <cstdio>
-#include <cstdlib>
-#include <functional>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
+#include <sstream>
 
 #include "CMItf.h"
-#include "CmpLogItf.h"
 #include "SysMemItf.h"
 #include "HostConfig.h"
 #include "HostLinked.h"
@@ -23,110 +16,94 @@ namespace {
 const char *const kModules[] = {"SysTimeRtc", "SysTime",        "SysSem",      "SysOut", "SysMem",      "SysInt",
                                 "SysExcept",  "SysCpuHandling", "CmpSettings", "CmpLog", "CmpEventMgr", "CmpChecksum"};
 
-// The whole standard log as the logger's ring holds it.
-std::vector<LogEntry> ReadLog() {
-    std::vector<LogEntry> entries;
-    RTS_VOID_FCTPTR first = nullptr, next = nullptr;
-    if (CMGetAPI("LogGetFirstEntry", &first, 0) != ERR_OK || CMGetAPI("LogGetNextEntry", &next, 0) != ERR_OK)
-        return entries;
-    auto pfFirst = reinterpret_cast<decltype(&LogGetFirstEntry)>(first);
-    auto pfNext = reinterpret_cast<decltype(&LogGetNextEntry)>(next);
-    LogEntry e{};
-    RTS_RESULT r = ERR_FAILED;
-    for (RTS_HANDLE h = pfFirst(LOG_STD_LOGGER, &e, &r); r == ERR_OK; h = pfNext(LOG_STD_LOGGER, h, &e, &r))
-        entries.push_back(e);
-    return entries;
-}
-
-bool Contains(const std::vector<LogEntry> &log, const std::string &needle, RTS_I32 classId = 0) {
-    for (const LogEntry &e : log) {
-        if (std::string(e.infoText).find(needle) != std::string::npos && (classId == 0 || e.classId == classId))
-            return true;
-    }
-    return false;
-}
-
-std::string Dump(const std::vector<LogEntry> &log) {
-    std::string all;
-    for (const LogEntry &e : log)
-        all += std::to_string(e.classId) + " " + e.infoText + "\n";
-    return all;
-}
+// Every function the modules register by name.
+const char kFunctions[] =
+    "SysTimeGetMs SysTimeGetUs SysTimeRtcHighResGet SysTimeRtcConvertHighResToDate SysTimeRtcConvertHighResToLocal "
+    "SysOutVPrintf SysCpuAtomicAdd SysCpuCallIecFuncWithParams SysIntDisableAll SysIntEnableAll SysSemCreate "
+    "SysSemDelete SysSemEnter SysSemLeave SysMemAllocData SysMemFreeData SysExceptRegisterJmpBuf SysExceptCatch "
+    "SysExceptUnregisterJmpBuf SysExceptGenerateException CRC32Init CRC32Update CRC32Finish CRC32Update2 "
+    "CRC32Finish2 EventCreate EventDelete EventOpen EventClose EventPost EventPost2 EventRegisterCallbackFunction "
+    "EventUnregisterCallbackFunction SettgSetDatabaseName SettgGetDatabaseName SettgSetOptions SettgGetIntValue "
+    "SettgSetIntValue SettgGetStringValue SettgGetWStringValue SettgSetStringValue SettgRemoveKey LogAdd LogAddArg "
+    "LogCreate LogDelete LogGetFirstEntry LogGetNextEntry LogUnregisterBackend";
 
 struct RunResult {
     RTS_RESULT init, initEnd, exit;
-    std::vector<LogEntry> log;
-    std::string console; // standard output of the whole run
+    std::string log;          // the standard log as the ring holds it: "<class> <text>" per line
+    std::string unregistered; // functions of kFunctions the component manager did not find
+    std::string console;      // standard output of the whole run
 };
 
-// Starts the runtime with the host's standard list as the host does, calls
-// whileRunning, and stops it.
-RunResult StartAndStop(
-    const std::string &cfg, const std::function<void()> &whileRunning = [] {}) {
+// Kept reachable so that a leak checker of the test process does not count
+// the block planted below; SysMem is what must report it.
+void *g_planted = nullptr;
+
+// Starts the runtime with the host's standard list as the host does, looks up
+// every function of the modules, optionally plants a block that is never
+// given back, stops the runtime and checks that every module is unloaded.
+RunResult StartAndStop(const std::string &cfg, bool plantLeak = false) {
     RunResult run{};
     kestrel::host::HostRegisterLinkedComponents();
-    testing::internal::CaptureStdout();
+    testing::internal::CaptureStdout(); // failures reported meanwhile would go there too
     run.init = CMInit3(cfg.c_str(), kestrel::host::kHostStandardList, CM_INIT_NO_INIT_END);
     run.initEnd = CMInitEnd();
-    run.log = ReadLog();
-    whileRunning();
+    auto api = [](const std::string &name) {
+        RTS_VOID_FCTPTR fn = nullptr;
+        return CMGetAPI(name.c_str(), &fn, 0) == ERR_OK ? fn : nullptr;
+    };
+    std::istringstream functions(kFunctions);
+    for (std::string name; functions >> name;)
+        run.unregistered += api(name) != nullptr ? "" : name + " ";
+    auto first = reinterpret_cast<decltype(&LogGetFirstEntry)>(api("LogGetFirstEntry"));
+    auto next = reinterpret_cast<decltype(&LogGetNextEntry)>(api("LogGetNextEntry"));
+    LogEntry e{};
+    RTS_RESULT r = ERR_FAILED;
+    for (RTS_HANDLE h = first != nullptr ? first(LOG_STD_LOGGER, &e, &r) : nullptr; r == ERR_OK && next != nullptr;
+         h = next(LOG_STD_LOGGER, h, &e, &r))
+        run.log += std::to_string(e.classId) + " " + e.infoText + "\n";
+    if (plantLeak && api("SysMemAllocData") != nullptr)
+        g_planted = reinterpret_cast<decltype(&SysMemAllocData)>(api("SysMemAllocData"))("PlantedLeak", 123, nullptr);
     run.exit = CMExit();
     run.console = testing::internal::GetCapturedStdout();
+    EXPECT_EQ(run.unregistered, "");
+    for (const char *name : kModules)
+        EXPECT_FALSE(IsModuleLoaded(name)) << name << " is still loaded";
     return run;
 }
 
+// The shipped configuration (console on, to see the last hooks): no safe mode
+// or complaint, banner and component list logged, shut-down done, and the
+// only leak SysMem reports at the final hook is the planted block.
 TEST(EndToEnd, StandardListStartsRunsAndStopsWithoutLeaks) {
     TempDir dir;
-    // The console echo shows the lines of the last hooks, after the logger is gone.
-    std::string cfg = dir.Write("KESTRELControl.cfg", "[CmpLog]\nConsole=1\nLogger.0.MaxEntries=5000\n"
-                                                      "[ComponentManager]\nOverloadableFunctions=1\n");
-    RunResult run = StartAndStop(cfg, [] {
-        for (const char *name : kModules)
-            EXPECT_TRUE(IsModuleLoaded(name)) << name << " was not loaded";
-    });
-    if (std::getenv("KESTREL_E2E_SHOW") != nullptr)
-        std::printf("%s", run.console.c_str());
-    const std::vector<LogEntry> &log = run.log;
-    EXPECT_EQ(run.init, ERR_OK) << Dump(log);
+    std::string cfg = TempDir::Read(KESTREL_SHIPPED_CONFIG);
+    ASSERT_NE(cfg.find(";Console=1"), std::string::npos);
+    RunResult run = StartAndStop(dir.Write("KESTRELControl.cfg", cfg.erase(cfg.find(";Console=1"), 1)), true);
+    EXPECT_EQ(run.init, ERR_OK) << run.log;
     EXPECT_EQ(run.initEnd, ERR_OK);
     EXPECT_EQ(run.exit, ERR_OK);
-    ASSERT_FALSE(log.empty()) << "nothing reached the log";
-    EXPECT_FALSE(Contains(log, "safe mode")) << Dump(log);
-    EXPECT_FALSE(Contains(log, "Import function(s) failed")) << Dump(log);
-    EXPECT_FALSE(Contains(log, "Cannot find configuration")) << Dump(log);
-    EXPECT_FALSE(Contains(log, "skipped")) << "the configuration is clean";
-    // The banner and the component list.
-    EXPECT_TRUE(Contains(log, std::string(71, '='), static_cast<RTS_I32>(LOG_PRINT)));
-    EXPECT_TRUE(Contains(log, "KESTREL Control V3")) << Dump(log);
+    for (const char *complaint : {"safe mode", "Import function(s) failed", "Failed to resolve", "skipped",
+                                  "Cannot find configuration", "no 32-bit number", "out of range", "is negative"})
+        EXPECT_EQ(run.log.find(complaint), std::string::npos) << complaint << "\n" << run.log;
+    EXPECT_NE(run.log.find(std::to_string(LOG_PRINT) + " " + std::string(71, '=')), std::string::npos) << run.log;
+    EXPECT_NE(run.log.find("KESTREL Control V3"), std::string::npos);
     for (const char *name : kModules)
-        EXPECT_TRUE(Contains(log, std::string("<cmp>") + name + "</cmp> init")) << name << "\n" << Dump(log);
-    EXPECT_TRUE(Contains(log, "KESTREL Control ready"));
-    // Shut-down as far as the console saw it: done, no leak at the final hook.
+        EXPECT_NE(run.log.find(std::string("<cmp>") + name + "</cmp> init"), std::string::npos) << name;
+    EXPECT_NE(run.log.find("KESTREL Control ready"), std::string::npos);
     EXPECT_NE(run.console.find("shutdown done"), std::string::npos) << run.console;
-    EXPECT_EQ(run.console.find("Memory leak"), std::string::npos) << run.console;
+    EXPECT_NE(run.console.find("Memory leak: PlantedLeak still holds 123 bytes in 1 blocks"), std::string::npos);
+    EXPECT_EQ(run.console.find("Memory leak"), run.console.rfind("Memory leak")) << run.console;
     EXPECT_EQ(run.console.find("Pool leak"), std::string::npos) << run.console;
-    for (const char *name : kModules)
-        EXPECT_FALSE(IsModuleLoaded(name)) << name << " is still loaded";
 }
 
-TEST(EndToEnd, ShippedConfigurationIsClean) {
-    TempDir dir;
-    std::string shipped = TempDir::Read(KESTREL_SHIPPED_CONFIG);
-    ASSERT_FALSE(shipped.empty());
-    RunResult run = StartAndStop(dir.Write("KESTRELControl.cfg", shipped));
-    EXPECT_EQ(run.init, ERR_OK) << Dump(run.log);
-    for (const char *complaint : {"skipped", "no 32-bit number", "out of range", "is negative", "safe mode",
-                                  "Failed to resolve", "Cannot find configuration"})
-        EXPECT_FALSE(Contains(run.log, complaint)) << complaint << "\n" << Dump(run.log);
-    EXPECT_TRUE(Contains(run.log, "KESTREL Control ready"));
-}
-
+// Binary, malformed, empty and missing configuration files: a clear line,
+// defaults, and a runtime that starts and stops all the same.
 TEST(EndToEnd, BadConfigurationFilesGiveClearLinesAndDefaults) {
     TempDir dir;
-    static const char kBinary[] = "\x7F"
-                                  "ELF\x02\x01\x00\x00garbage\n[CmpLog]\nLogger.0.MaxEntries=4000\n"
-                                  "[ComponentManager\nkey without value\n";
-    const std::string binary(kBinary, sizeof(kBinary) - 1); // with its NUL bytes
+    using namespace std::string_literals; // the binary file keeps its NUL bytes
+    const std::string binary = "\x7F"
+                               "ELF\x02\x01\x00\x00garbage\n[CmpLog]\nLogger.0.MaxEntries=4000\n"
+                               "[ComponentManager\nkey without value\n"s;
     struct Row {
         const char *what;
         std::string file;     // empty: no file at all
@@ -144,31 +121,10 @@ TEST(EndToEnd, BadConfigurationFilesGiveClearLinesAndDefaults) {
         SCOPED_TRACE(row.what);
         RunResult run = StartAndStop(row.file);
         EXPECT_EQ(run.init, row.init);
-        EXPECT_TRUE(Contains(run.log, row.expected)) << Dump(run.log);
-        EXPECT_TRUE(Contains(run.log, "KESTREL Control ready"));
-        EXPECT_FALSE(Contains(run.log, "safe mode"));
-        for (const char *name : kModules)
-            EXPECT_FALSE(IsModuleLoaded(name)) << name;
+        EXPECT_NE(run.log.find(row.expected), std::string::npos) << run.log;
+        EXPECT_NE(run.log.find("KESTREL Control ready"), std::string::npos);
+        EXPECT_EQ(run.log.find("safe mode"), std::string::npos);
     }
-}
-
-// Kept reachable so that a leak checker of the test process does not count
-// the block planted below; SysMem is what must report it.
-void *g_planted = nullptr;
-
-// A second start in the same process: SysMem names a block never given back
-// at the final hook, when the logger writes to standard output directly.
-TEST(EndToEnd, LeakedBlockIsReportedAtTheFinalHook) {
-    TempDir dir;
-    RunResult run = StartAndStop(dir.Write("KESTRELControl.cfg", "[CmpLog]\nConsole=1\n"), [] {
-        RTS_VOID_FCTPTR alloc = nullptr;
-        ASSERT_EQ(CMGetAPI("SysMemAllocData", &alloc, 0), ERR_OK);
-        g_planted = reinterpret_cast<decltype(&SysMemAllocData)>(alloc)("PlantedLeak", 123, nullptr);
-    });
-    EXPECT_EQ(run.init, ERR_OK);
-    ASSERT_NE(g_planted, nullptr);
-    EXPECT_NE(run.console.find("Memory leak: PlantedLeak still holds 123 bytes in 1 blocks"), std::string::npos)
-        << run.console;
 }
 
 } // namespace

@@ -1,4 +1,4 @@
-// POSIX: a module is loaded when dlopen with RTLD_NOLOAD finds it.
+// POSIX: a module is loaded when dlopen with RTLD_NOLOAD finds it beside the program.
 #include "../ModuleState.h"
 
 #include <dlfcn.h>
@@ -8,15 +8,12 @@ namespace kestrel::test {
 bool IsModuleLoaded(const std::string &name) {
     Dl_info info{};
     std::string dir;
-    if (dladdr(reinterpret_cast<void *>(&IsModuleLoaded), &info) != 0 && info.dli_fname != nullptr) {
-        dir = info.dli_fname;
-        dir = dir.substr(0, dir.find_last_of('/') + 1);
-    }
+    if (dladdr(reinterpret_cast<void *>(&IsModuleLoaded), &info) != 0 && info.dli_fname != nullptr)
+        dir = std::string(info.dli_fname).substr(0, std::string(info.dli_fname).find_last_of('/') + 1);
     void *h = dlopen((dir + name + ".so").c_str(), RTLD_NOW | RTLD_NOLOAD);
-    if (h == nullptr)
-        return false;
-    dlclose(h);
-    return true;
+    if (h != nullptr)
+        dlclose(h);
+    return h != nullptr;
 }
 
 } // namespace kestrel::test
