@@ -1,122 +1,135 @@
-// Option scanning of the host: one row per command line, with the action,
-// console flag, start type, account, password and the warnings it must give.
+// The host's command line: the option scan (one row per command line), the
+// configuration file it names, the component list that file implies, and the
+// legacy renames done before the file is read.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cctype>
 #include <string>
 #include <vector>
 
+#include "HostConfig.h"
+#include "HostNames.h"
 #include "HostOptions.h"
+#include "TestSupport.h"
 
 namespace kestrel::host {
 namespace {
 
+using kestrel::test::ReadFile;
+using kestrel::test::WithArgs;
+using kestrel::test::WriteFile;
+
+// The scan's result in short: the action, then "console", "start=",
+// "account=" and "password=" where they differ from the defaults, then the
+// warnings, each after " | ".
+std::string Describe(const HostOptions &o) {
+    const char *actions[] = {"Dispatch", "Install", "Uninstall", "Start", "Stop", "Foreground", "Help"};
+    std::string text = actions[static_cast<int>(o.action)] + std::string(o.bWithConsole ? " console" : "") +
+                       (o.ulStartType != kStartTypeAuto ? " start=" + std::to_string(o.ulStartType) : "") +
+                       (o.pszAccount != nullptr ? std::string(" account=") + o.pszAccount : "") +
+                       (o.pszPassword != nullptr ? std::string(" password=") + o.pszPassword : "");
+    for (const std::string &warning : o.warnings)
+        text += " | " + warning;
+    return text;
+}
+
 struct OptionCase {
     const char *name;
     std::vector<std::string> args; // without argv[0]
-    HostAction action;
-    bool bWithConsole;
-    RTS_UI32 startType;
-    const char *account;  // null: absent
-    const char *password; // null: absent
-    size_t warnings;
+    const char *expected;          // as Describe writes it
+    bool bHelpSupported = true;
 };
-
-// Runs the scan over a copy of the arguments, as the process would see them.
-struct Scan {
-    explicit Scan(const std::vector<std::string> &args, bool bHelp = true) {
-        storage.push_back("KESTRELControl");
-        storage.insert(storage.end(), args.begin(), args.end());
-        for (std::string &s : storage)
-            argv.push_back(s.data());
-        argv.push_back(nullptr);
-        options = HostScanOptions(static_cast<int>(storage.size()), argv.data(), bHelp);
-    }
-    std::vector<std::string> storage;
-    std::vector<char *> argv;
-    HostOptions options;
-};
-
-std::string Str(const char *s) {
-    return s != nullptr ? s : "<absent>";
-}
 
 class OptionTable : public ::testing::TestWithParam<OptionCase> {};
 
 TEST_P(OptionTable, Scans) {
     const OptionCase &c = GetParam();
-    Scan scan(c.args);
-    EXPECT_EQ(scan.options.action, c.action);
-    EXPECT_EQ(scan.options.bWithConsole, c.bWithConsole);
-    EXPECT_EQ(scan.options.ulStartType, c.startType);
-    EXPECT_EQ(Str(scan.options.pszAccount), Str(c.account));
-    EXPECT_EQ(Str(scan.options.pszPassword), Str(c.password));
-    EXPECT_EQ(scan.options.warnings.size(), c.warnings);
+    EXPECT_EQ(WithArgs(c.args,
+                       [&](int argc, char **argv) { return Describe(HostScanOptions(argc, argv, c.bHelpSupported)); }),
+              c.expected);
 }
 
-using A = HostAction;
 const OptionCase kCases[] = {
-    {"Nothing", {}, A::Dispatch, false, 2, nullptr, nullptr, 0},
-    {"ConfigFileIsNoOption", {"x.cfg"}, A::Dispatch, false, 2, nullptr, nullptr, 0},
-    {"DashInstall", {"-install"}, A::Install, false, 2, nullptr, nullptr, 0},
-    {"SlashI", {"/i"}, A::Install, false, 2, nullptr, nullptr, 0},
-    {"DashIxyz", {"-ixyz"}, A::Install, false, 2, nullptr, nullptr, 0},
-    {"Uninstall", {"-u"}, A::Uninstall, false, 2, nullptr, nullptr, 0},
-    {"Stop", {"/e"}, A::Stop, false, 2, nullptr, nullptr, 0},
-    {"LaterSelectionWins", {"-i", "-u", "-e"}, A::Stop, false, 2, nullptr, nullptr, 0},
-    {"StartDiscardsInstall", {"-i", "-s"}, A::Start, false, 2, nullptr, nullptr, 0},
-    {"StartStopsScanning", {"-s", "-i", "-q"}, A::Start, false, 2, nullptr, nullptr, 0},
-    {"ForegroundWithConsole", {"-d"}, A::Foreground, true, 2, nullptr, nullptr, 0},
-    {"ForegroundWithoutConsole", {"/r"}, A::Foreground, false, 2, nullptr, nullptr, 0},
-    {"ForegroundIgnoresLaterInstall", {"-d", "-i"}, A::Foreground, true, 2, nullptr, nullptr, 0},
-    {"ForegroundIgnoresLaterGarbage", {"-d", "-zz", "--startmode=demand"}, A::Foreground, true, 2, nullptr, nullptr, 0},
-    {"InstallThenForeground", {"-i", "-r"}, A::Foreground, false, 2, nullptr, nullptr, 0},
-    {"StartModeDemand", {"-i", "--startmode=demand"}, A::Install, false, 3, nullptr, nullptr, 0},
-    {"AutoAfterDemand", {"--startmode=demand", "--startmode=auto"}, A::Dispatch, false, 2, nullptr, nullptr, 0},
-    {"StartModeOtherCaseIgnored", {"--startmode=Demand"}, A::Dispatch, false, 2, nullptr, nullptr, 1},
-    {"StartModeWithoutEquals", {"--startmode", "demand"}, A::Dispatch, false, 2, nullptr, nullptr, 1},
-    {"AccountJoined", {"-lUSER"}, A::Dispatch, false, 2, "USER", nullptr, 0},
-    {"AccountSeparate", {"-l", "USER", "-i"}, A::Install, false, 2, "USER", nullptr, 0},
-    {"AccountRestOfToken", {"-login=x"}, A::Dispatch, false, 2, "ogin=x", nullptr, 0},
-    {"PasswordJoinedAndSeparate", {"-pSecret", "-p", "Other"}, A::Dispatch, false, 2, nullptr, "Other", 0},
-    {"AccountConsumesAnOption", {"-l", "-i"}, A::Dispatch, false, 2, "-i", nullptr, 0},
-    {"TrailingAccountIsAbsent", {"-i", "-l"}, A::Install, false, 2, nullptr, nullptr, 1},
-    {"TrailingPasswordIsAbsent", {"-i", "-lUSER", "-p"}, A::Install, false, 2, "USER", nullptr, 1},
-    {"TrailingValueStopsScanning", {"-p", "-l"}, A::Dispatch, false, 2, nullptr, "-l", 0},
-    {"UpperCaseIsNoOption", {"-D", "/I"}, A::Dispatch, false, 2, nullptr, nullptr, 2},
-    {"UnknownLetter", {"-x", "-i"}, A::Install, false, 2, nullptr, nullptr, 1},
-    {"LoneDash", {"-"}, A::Dispatch, false, 2, nullptr, nullptr, 1},
-    {"UnknownLongOption", {"--verbose"}, A::Dispatch, false, 2, nullptr, nullptr, 1},
-    {"Help", {"--help"}, A::Help, false, 2, nullptr, nullptr, 0},
-    {"HelpWinsOverInstall", {"-i", "--help"}, A::Help, false, 2, nullptr, nullptr, 0},
+    {"ConfigFileIsNoOption", {"x.cfg"}, "Dispatch"},
+    {"OnlyTheSecondCharacterCounts", {"-ixyz"}, "Install"},
+    {"Slash", {"/u"}, "Uninstall"},
+    {"LaterSelectionWins", {"-i", "-u", "-e"}, "Stop"},
+    {"StartEndsTheScan", {"-i", "-s", "-i", "-q"}, "Start"},
+    {"ForegroundEndsTheScan", {"-d", "-i", "-zz", "--startmode=demand"}, "Foreground console"},
+    {"ForegroundWithoutConsole", {"-i", "-r"}, "Foreground"},
+    {"StartModeDemand", {"-i", "--startmode=demand"}, "Install start=3"},
+    {"AutoAfterDemand", {"--startmode=demand", "--startmode=auto"}, "Dispatch"},
+    {"ValuesJoinedOrSeparate", {"-login=x", "-pSecret", "-p", "Other"}, "Dispatch account=ogin=x password=Other"},
+    {"AValueMayLookLikeAnOption", {"-l", "-i", "-i"}, "Install account=-i"},
+    {"HelpWinsOverAnAction", {"-i", "--help"}, "Help"},
+    // Bad input: warnings, never errors.
+    {"TrailingAccount", {"-i", "-l"}, "Install | Option -l has no value: no account is used"},
+    {"TrailingPassword", {"-lUSER", "-p"}, "Dispatch account=USER | Option -p has no value: no password is used"},
+    {"UnknownLetters", {"-D", "/I", "-i"}, "Install | Unknown option ignored: -D | Unknown option ignored: /I"},
+    {"UnknownForms", {"-", "--verbose"}, "Dispatch | Unknown option ignored: - | Unknown option ignored: --verbose"},
+    {"BadStartModes",
+     {"--startmode=Demand", "--startmode", "demand"},
+     "Dispatch | Unknown start mode ignored (use auto or demand): --startmode=Demand | Unknown option ignored: "
+     "--startmode"},
+    {"HelpWhereNotSupported", {"--help"}, "Dispatch | Unknown option ignored: --help", false},
 };
 
 INSTANTIATE_TEST_SUITE_P(Rows, OptionTable, ::testing::ValuesIn(kCases),
                          [](const ::testing::TestParamInfo<OptionCase> &p) { return p.param.name; });
 
-TEST(HostOptions, HelpIsAnUnknownOptionWhereNotSupported) {
-    Scan scan({"--help"}, false);
-    EXPECT_EQ(scan.options.action, HostAction::Dispatch);
-    ASSERT_EQ(scan.options.warnings.size(), 1u);
-    EXPECT_NE(scan.options.warnings[0].find("--help"), std::string::npos);
+// The first argument that holds ".cfg" anywhere (case matters), else the
+// default name without its quotes; the strings and checks around it.
+TEST(HostConfig, FileNameAndStrings) {
+    auto choose = [](std::vector<std::string> args, const char *def) {
+        return WithArgs(args, [&](int argc, char **argv) { return HostChooseConfigName(argc, argv, def); });
+    };
+    EXPECT_EQ(choose({"-d", "x.CFG", "-x.cfgold", "other.cfg"}, "KESTRELControl.cfg"), "-x.cfgold");
+    EXPECT_EQ(choose({"-d"}, "\"KESTREL\"Control.cfg\""), "KESTRELControl.cfg");
+    char text[] = "\"KESTREL \"\"Control\" Win V3\"";
+    HostStripQuotes(text);
+    EXPECT_STREQ(text, "KESTREL Control Win V3");
+    HostStripQuotes(nullptr);
+    EXPECT_EQ(HostStringText(99), nullptr);
+    EXPECT_TRUE(HostConfigNameHasPercent("/opt/kestrel/a%sb.cfg"));
+    EXPECT_FALSE(HostConfigNameHasPercent("/opt/kestrel/KESTRELControl.cfg"));
 }
 
-TEST(HostOptions, WarningsNameTheToken) {
-    Scan scan({"-q", "-l"});
-    ASSERT_EQ(scan.options.warnings.size(), 2u);
-    EXPECT_EQ(scan.options.warnings[0], "Unknown option ignored: -q");
-    EXPECT_NE(scan.options.warnings[1].find("-l"), std::string::npos);
-    EXPECT_NE(scan.options.warnings[1].find("no account"), std::string::npos);
+// The list a configuration path selects (by a case-sensitive part of the
+// name); both lists' lengths and their reverse alphabetical order (ignoring
+// case) within the Sys, Cmp and CmpQOR groups.
+TEST(HostConfig, StaticComponentLists) {
+    EXPECT_EQ(HostChooseComponentList("/opt/k/KESTRELControl.cfg"), kHostStandardList);
+    EXPECT_EQ(HostChooseComponentList("/opt/k/mytargetvisuextern.cfg.bak"), kHostTargetVisuList);
+    EXPECT_EQ(HostChooseComponentList("/opt/k/TargetVisuExtern.cfg"), kHostStandardList);
+    for (auto [list, count] : {std::pair{+kHostStandardList, 96u}, std::pair{+kHostTargetVisuList, 25u}}) {
+        std::vector<std::string> names;
+        for (const ComponentListEntry *e = list; e->pszName != nullptr; ++e) {
+            std::string lower(e->pszName);
+            std::transform(lower.begin(), lower.end(), lower.begin(), [](unsigned char c) { return std::tolower(c); });
+            names.push_back(lower.rfind("cmpqor", 0) == 0 ? "qor" + lower : lower);
+        }
+        EXPECT_EQ(names.size(), count);
+        for (size_t i = 1; i < names.size(); ++i)
+            EXPECT_TRUE(names[i].substr(0, 3) != names[i - 1].substr(0, 3) || names[i - 1] > names[i]) << names[i];
+    }
 }
 
-TEST(HostOptions, ValuesPointIntoTheArguments) {
-    Scan scan({"-l", "svc"});
-    EXPECT_EQ(scan.options.pszAccount, scan.argv[2]);
-}
-
-TEST(HostOptions, UsageNamesEveryOption) {
-    std::string usage = HostUsageText();
-    for (const char *option : {"-d", "-r", "-i", "-u", "-s", "-e", "-l", "-p", "--startmode=auto|demand", "--help"})
-        EXPECT_NE(usage.find(option), std::string::npos) << option;
+// Renamed with MoveFile's rules: a missing source or an existing target
+// leaves both files as they are.
+TEST(HostConfig, LegacyRenames) {
+    kestrel::test::TempDir dir;
+    for (const char *name :
+         {"KestrelSP.cfg", "KestrelControl.cfg", "KestrelSP Axion.cfg", "KestrelSPWithTargetVisu.cfg"})
+        WriteFile(dir / name, name);
+    HostLegacyRenames((dir.Path() / "").string());
+    for (auto [name, content] : {std::pair{"KestrelSP.cfg", "KestrelSP.cfg"},
+                                 {"KestrelControl.cfg", "KestrelControl.cfg"},
+                                 {"KestrelAxion.cfg", "KestrelSP Axion.cfg"},
+                                 {"KestrelSP Axion.cfg", ""},
+                                 {"KestrelControl_WithTargetVisu.cfg", "KestrelSPWithTargetVisu.cfg"},
+                                 {"KestrelSPWithTargetVisu.cfg", ""}})
+        EXPECT_EQ(ReadFile(dir / name), content) << name;
 }
 
 } // namespace
