@@ -58,8 +58,8 @@ __attribute__((target("avx2"), always_inline)) inline __m256i LoadConstant(const
 // the two differ other than in the case of an ASCII letter. Two bytes match
 // when they are equal, or when they differ only in the case bit and a with
 // that bit set is a lower-case letter (then so is b with it set).
-[[gnu::no_sanitize_address]] __attribute__((target("avx2"), always_inline)) inline unsigned CaseEvents32(
-    const unsigned char *a, const unsigned char *b) {
+[[gnu::no_sanitize_address]] __attribute__((target("avx2"), always_inline)) inline unsigned
+CaseEvents32(const unsigned char *a, const unsigned char *b) {
     const __m256i lowerBias = LoadConstant(kLowerBias);
     const __m256i letterEnd = LoadConstant(kLetterEnd);
     const __m256i caseBit = LoadConstant(kCaseBit);
@@ -74,6 +74,15 @@ __attribute__((target("avx2"), always_inline)) inline __m256i LoadConstant(const
     return static_cast<unsigned>(_mm256_movemask_epi8(events));
 }
 
+// The result at an event. Equal bytes there can only be both terminators,
+// the usual end of a comparison of equal names, so that is tested first.
+inline RTS_I32 EventVerdict(unsigned char ca, unsigned char cb) {
+    if (ca == cb) [[likely]] {
+        return 0;
+    }
+    return CaseVerdict(ca, cb);
+}
+
 // Compares both strings in their lower-case forms, 32 bytes at a time. A
 // block settles most comparisons, a first-byte difference too, so unlike the
 // portable form this one takes no separate look at the first byte. The first
@@ -82,8 +91,7 @@ __attribute__((target("avx2"), always_inline)) inline __m256i LoadConstant(const
 // of them overlaps the second block, whose bytes were all equal and not the
 // end): an aligned block never crosses a cache line or a page, so only b's
 // blocks need the page test.
-[[gnu::no_sanitize_address]] __attribute__((target("avx2"))) RTS_I32 StrICmpWide(const char *psz1,
-                                                                                const char *psz2) {
+[[gnu::no_sanitize_address]] __attribute__((target("avx2"))) RTS_I32 StrICmpWide(const char *psz1, const char *psz2) {
     if (psz1 == nullptr || psz2 == nullptr) {
         return -1;
     }
@@ -92,32 +100,34 @@ __attribute__((target("avx2"), always_inline)) inline __m256i LoadConstant(const
     if (NearPageEnd<64>(a, b)) {
         return StrICmpFrom(a, b, 0);
     }
-    std::size_t i = 0;
+    // Each of the first two blocks has its own exit, laid out straight behind it.
     unsigned mask = CaseEvents32(a, b);
-    if (mask == 0) {
-        i = 32;
-        mask = CaseEvents32(a + 32, b + 32);
+    if (mask != 0) [[likely]] {
+        const unsigned i = static_cast<unsigned>(__builtin_ctz(mask));
+        return EventVerdict(a[i], b[i]);
     }
-    if (mask == 0) {
-        i = 64 - (reinterpret_cast<std::uintptr_t>(a) & 31);
-        for (;;) {
-            if (!BlockInOnePage<32>(b + i)) {
-                return StrICmpFrom(a, b, i);
-            }
-            mask = CaseEvents32(a + i, b + i);
-            if (mask != 0) {
-                break;
-            }
-            i += 32;
+    mask = CaseEvents32(a + 32, b + 32);
+    if (mask != 0) [[likely]] {
+        const unsigned i = 32 + static_cast<unsigned>(__builtin_ctz(mask));
+        return EventVerdict(a[i], b[i]);
+    }
+    std::size_t i = 64 - (reinterpret_cast<std::uintptr_t>(a) & 31);
+    for (;;) {
+        if (!BlockInOnePage<32>(b + i)) {
+            return StrICmpFrom(a, b, i);
         }
+        mask = CaseEvents32(a + i, b + i);
+        if (mask != 0) {
+            break;
+        }
+        i += 32;
     }
     i += static_cast<unsigned>(__builtin_ctz(mask));
-    return CaseVerdict(a[i], b[i]);
+    return EventVerdict(a[i], b[i]);
 }
 
-[[gnu::no_sanitize_address]] __attribute__((target("avx2"))) RTS_RESULT SafeStrCpyWide(char *pszDest,
-                                                                                      RTS_SIZE size,
-                                                                                      const char *pszSrc) {
+[[gnu::no_sanitize_address]] __attribute__((target("avx2"))) RTS_RESULT SafeStrCpyWide(char *pszDest, RTS_SIZE size,
+                                                                                       const char *pszSrc) {
     if (pszDest == nullptr || pszSrc == nullptr || size == 0) {
         return ERR_PARAMETER;
     }
