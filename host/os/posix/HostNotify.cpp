@@ -69,7 +69,9 @@ unsigned long long HostWatchdogIntervalUs(const char *pszUsec, const char *pszPi
     char *end = nullptr;
     errno = 0;
     unsigned long long usec = std::strtoull(pszUsec, &end, 10);
-    if (errno != 0 || *end != '\0' || usec == 0 || pszUsec[0] == '-')
+    // Digits only: strtoull would skip leading blanks and wrap a minus sign
+    // round to a huge interval.
+    if (errno != 0 || *end != '\0' || usec == 0 || pszUsec[0] < '0' || pszUsec[0] > '9')
         return 0;
     return usec / 2;
 }

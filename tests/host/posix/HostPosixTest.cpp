@@ -42,7 +42,7 @@ TEST(HostNotify, FailuresAndWatchdogInterval) {
     for (auto [pid, interval] :
          {std::pair{(const char *)nullptr, 100000ull}, {"7", 100000ull}, {"", 100000ull}, {"8", 0ull}})
         EXPECT_EQ(HostWatchdogIntervalUs("200000", pid, 7), interval) << (pid != nullptr ? pid : "null");
-    for (const char *usec : std::initializer_list<const char *>{nullptr, "", "0", "12x", "-5"})
+    for (const char *usec : std::initializer_list<const char *>{nullptr, "", "0", "12x", "-5", " -5", " 9", "+9"})
         EXPECT_EQ(HostWatchdogIntervalUs(usec, nullptr, 7), 0u) << (usec != nullptr ? usec : "null");
 }
 
