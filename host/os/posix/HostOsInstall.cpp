@@ -118,15 +118,20 @@ RTS_UI32 HostOsInstallService() {
         return 0;
     }
 
+    // A failed installation leaves nothing behind, as a failed CreateService
+    // does: the unit file goes again, so the next -i can succeed.
     std::string unit = HostUnitName(state.serviceName);
     int status = HostRunSystemctl({"daemon-reload"});
     if (status != 0) {
+        unlink(unitPath.c_str());
         HostLogf("***ERROR***: CreateService failed: %s", SystemctlFailure("daemon-reload", status).c_str());
         return 0;
     }
     if (state.ulStartType == kStartTypeAuto) {
         status = Systemctl("enable", unit);
         if (status != 0) {
+            unlink(unitPath.c_str());
+            HostRunSystemctl({"daemon-reload"});
             HostLogf("***ERROR***: CreateService failed: %s", SystemctlFailure("enable", status).c_str());
             return 0;
         }

@@ -131,7 +131,8 @@ TEST_F(HostUnitActions, InstallWritesAndEnablesTheUnit) {
 
 // On demand the unit is not enabled (so a failing enable does not matter)
 // and, without an account, has no User= line; otherwise a failing enable or
-// a missing systemctl fails the installation.
+// a missing systemctl fails the installation, and a failed one leaves no
+// unit file behind (reloading again if the first reload took it in).
 TEST_F(HostUnitActions, InstallOnDemandAndFailures) {
     WriteFile(dir / "state" / "fail-enable");
     ASSERT_EQ(Entry({"-i", "--startmode=demand"}), 1u);
@@ -140,12 +141,14 @@ TEST_F(HostUnitActions, InstallOnDemandAndFailures) {
     fs::remove(unitFile);
     EXPECT_EQ(Entry({"-i"}), 0u);
     EXPECT_EQ(Logged("***ERROR***: CreateService failed: systemctl enable failed with exit status 1"), 1u);
-    fs::remove(unitFile);
+    EXPECT_FALSE(fs::exists(unitFile));
+    EXPECT_EQ(Calls(), "daemon-reload\ndaemon-reload\nenable" + unit + "daemon-reload\n");
     setenv("KESTREL_SYSTEMCTL", (dir / "none").c_str(), 1);
     EXPECT_EQ(Entry({"-i"}), 0u);
     EXPECT_EQ(Logged("***ERROR***: CreateService failed: systemctl daemon-reload could not be run: No such file or "
                      "directory"),
               1u);
+    EXPECT_FALSE(fs::exists(unitFile));
 }
 
 // Start, stop, start again, uninstall: each start and stop is checked with
