@@ -46,10 +46,6 @@ void HostLogSetPath(const std::string &path) {
     log.path = path;
 }
 
-const std::string &HostLogPath() {
-    return Log().path;
-}
-
 void HostLogSetEcho(bool bEcho) {
     Log().bEcho = bEcho;
 }

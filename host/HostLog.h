@@ -16,7 +16,6 @@ namespace kestrel::host {
 
 // Sets the file; a change of path closes the file opened for the old one.
 void HostLogSetPath(const std::string &path);
-const std::string &HostLogPath();
 
 // Appends one line; a null text only opens the file.
 void HostLog(const char *pszText);
