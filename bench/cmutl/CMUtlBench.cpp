@@ -67,7 +67,10 @@ const Workload kWorkloads[] = {{"short", &kShort}, {"medium", &kMedium}, {"long"
 // blocks a vector scan reads and whether they split cache lines, for the C
 // library as for us. So every comparison runs over the same 16 placements of
 // both texts, spread over the offsets 0..63, rather than over wherever the
-// allocator put one copy of each.
+// allocator put one copy of each. The slots start at a page boundary, so
+// the same comparisons straddle a page end (where both sides take their
+// careful paths) in every process and whatever ran before; a base wherever
+// the heap happened to be moved single ratios by a tenth between runs.
 struct PlacedPairs {
     std::vector<char> storage;
     std::vector<std::pair<const char *, const char *>> pairs;
@@ -83,9 +86,10 @@ PlacedPairs Place(const std::vector<std::pair<std::string, std::string>> &texts)
     // conflicts instead of the comparisons.
     const std::size_t kSlot = ((longest + 1 + 63 + 63) / 64 | 1) * 64;
     PlacedPairs placed;
-    placed.storage.assign((texts.size() * kPlacements * 2 + 1) * kSlot, 0);
+    constexpr std::size_t kPage = 4096;
+    placed.storage.assign(texts.size() * kPlacements * 2 * kSlot + kPage, 0);
     char *base = placed.storage.data();
-    base += (64 - reinterpret_cast<std::uintptr_t>(base) % 64) % 64;
+    base += (kPage - reinterpret_cast<std::uintptr_t>(base) % kPage) % kPage;
     std::size_t slot = 0;
     for (std::size_t k = 0; k < kPlacements; ++k) {
         for (const auto &[a, b] : texts) {

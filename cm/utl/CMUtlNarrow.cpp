@@ -18,8 +18,18 @@ using kestrel::cmutl::CaseVerdict;
 
 namespace kestrel::cmutl {
 
-RTS_I32 StrICmpFrom(const unsigned char *a, const unsigned char *b, std::size_t i) {
+RTS_I32 StrICmpPortable(const char *psz1, const char *psz2) {
+    if (psz1 == nullptr || psz2 == nullptr) {
+        return -1;
+    }
+    const auto *a = reinterpret_cast<const unsigned char *>(psz1);
+    const auto *b = reinterpret_cast<const unsigned char *>(psz2);
+    // Names looked up in a table mostly differ in their first byte.
+    if (a[0] == 0 || ToLower(a[0]) != ToLower(b[0])) {
+        return CaseVerdict(a[0], b[0]);
+    }
     constexpr std::size_t kStep = 16;
+    std::size_t i = 0;
     for (;;) {
         // Whole blocks up to the nearer of the two page ends.
         const std::size_t roomA = PageRoom(a + i);
@@ -39,19 +49,6 @@ RTS_I32 StrICmpFrom(const unsigned char *a, const unsigned char *b, std::size_t 
         }
         ++i;
     }
-}
-
-RTS_I32 StrICmpPortable(const char *psz1, const char *psz2) {
-    if (psz1 == nullptr || psz2 == nullptr) {
-        return -1;
-    }
-    const auto *a = reinterpret_cast<const unsigned char *>(psz1);
-    const auto *b = reinterpret_cast<const unsigned char *>(psz2);
-    // Names looked up in a table mostly differ in their first byte.
-    if (a[0] == 0 || ToLower(a[0]) != ToLower(b[0])) {
-        return CaseVerdict(a[0], b[0]);
-    }
-    return StrICmpFrom(a, b, 0);
 }
 
 } // namespace kestrel::cmutl

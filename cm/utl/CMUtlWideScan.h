@@ -27,9 +27,8 @@ RTS_RESULT SafeStrCpyPortable(char *pszDest, RTS_SIZE ulDestSize, const char *ps
 // The wide forms where the processor has them, else null.
 ScanForms WideScanForms();
 
-// The portable scans from byte i on: the wide forms hand the rest of a
-// string over to them near a page end.
-RTS_I32 StrICmpFrom(const unsigned char *a, const unsigned char *b, std::size_t i);
+// The portable copy from byte i on: the wide form hands the rest of a
+// string over to it near a page end.
 RTS_RESULT SafeStrCpyFrom(unsigned char *dest, std::size_t size, const unsigned char *src, std::size_t i);
 
 } // namespace kestrel::cmutl

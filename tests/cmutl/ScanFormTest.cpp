@@ -12,11 +12,13 @@
 
 #include "CMUtlItf.h"
 #include "CMUtlWideScan.h"
+#include "GuardedPages.h"
 #include "TestBuffer.h"
 
 namespace {
 
 using kestrel::cmutl::ScanForms;
+using kestrel::test::GuardedPages;
 using kestrel::test::MarkedBuffer;
 
 // The portable forms, and the 32-byte forms where the processor has them.
@@ -115,6 +117,49 @@ TEST(ScanForms, StrICmpStringsRunningIntoAPageEnd) {
                             << name << " length " << length << " at " << startA << ", " << startB << " change "
                             << change;
                     }
+                }
+            }
+        }
+    }
+}
+
+// Strings whose terminator lies up to 40 bytes before a page that may not be read: a block read
+// that strays into it crashes the test. b equal but for case, differing in its last byte, or a
+// byte shorter, ending at or near a guard of its own; compared both ways round. The copy reads
+// such sources too, into buffers of every size around their length.
+TEST(ScanForms, NoReadPastTheLastPageOfAString) {
+    GuardedPages pagesA(2);
+    GuardedPages pagesB(2);
+    for (const auto &[name, form] : FormsToTest()) {
+        for (std::size_t length = 0; length <= 100; ++length) {
+            std::string a;
+            std::string upper;
+            for (std::size_t k = 0; k < length; ++k) {
+                a += static_cast<char>('a' + k % 26);
+                upper += static_cast<char>('A' + k % 26);
+            }
+            std::vector<std::string> partners = {upper};
+            if (length > 0) {
+                partners.push_back(upper.substr(0, length - 1) + '#');
+                partners.push_back(upper.substr(0, length - 1));
+            }
+            for (std::size_t gapA = 0; gapA <= 40; ++gapA) {
+                char *pa = pagesA.end() - gapA - length - 1;
+                std::memcpy(pa, a.c_str(), length + 1);
+                for (const std::string &b : partners) {
+                    for (std::size_t gapB : {0u, 5u, 31u}) {
+                        char *pb = pagesB.end() - gapB - b.size() - 1;
+                        std::memcpy(pb, b.c_str(), b.size() + 1);
+                        ASSERT_TRUE(form.pfStrICmp(pa, pb) == ReferenceICmp(pa, pb) &&
+                                    form.pfStrICmp(pb, pa) == ReferenceICmp(pb, pa))
+                            << name << " length " << length << " gaps " << gapA << ", " << gapB << " partner " << b;
+                    }
+                }
+                for (RTS_SIZE size = length > 0 ? length : 1; size <= length + 2; ++size) {
+                    MarkedBuffer<char, 128> dest;
+                    ASSERT_EQ(form.pfSafeStrCpy(dest.get(), size, pa), size > length ? ERR_OK : ERR_BUFFERSIZE)
+                        << name << " length " << length << " size " << size;
+                    ASSERT_EQ(dest.Text(), a.substr(0, size - 1)) << name;
                 }
             }
         }

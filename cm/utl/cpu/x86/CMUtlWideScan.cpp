@@ -6,7 +6,8 @@
 // A block of 32 bytes is read only when it lies within one memory page, and
 // the first byte of a block always belongs to the string, so a read may pass
 // the terminator but never touches a page the string does not reach; near a
-// page end the portable scans take over. AddressSanitizer would report those
+// page end the bytes before it are taken one at a time (the comparison) or
+// the portable scan takes over (the copy). AddressSanitizer would report those
 // reads, so the block loops are exempt from its instrumentation.
 #include <immintrin.h>
 
@@ -18,12 +19,12 @@ namespace kestrel::cmutl {
 
 namespace {
 
-// True when the first n bytes from a or from b might reach into the next
-// page. One test for both: the page offset of a | b is at least each one's
-// own offset, so this errs only towards the careful path.
+// True when the first n bytes from a or from b reach into the next page:
+// then the last of them lies in another page than the first.
 template <std::uintptr_t n> inline bool NearPageEnd(const unsigned char *a, const unsigned char *b) {
-    const auto either = reinterpret_cast<std::uintptr_t>(a) | reinterpret_cast<std::uintptr_t>(b);
-    return (either & (kMinPageSize - 1)) > kMinPageSize - n;
+    const auto pa = reinterpret_cast<std::uintptr_t>(a);
+    const auto pb = reinterpret_cast<std::uintptr_t>(b);
+    return (((pa + n - 1) ^ pa) | ((pb + n - 1) ^ pb)) >= kMinPageSize;
 }
 
 // The constants of the comparison, read from memory as operands of the
@@ -83,6 +84,30 @@ inline RTS_I32 EventVerdict(unsigned char ca, unsigned char cb) {
     return CaseVerdict(ca, cb);
 }
 
+// The comparison from byte i on where a block of a or of b may reach into
+// the next page: whole blocks up to the nearer of the two page ends, the
+// bytes before it one at a time, and on with blocks behind it.
+[[gnu::no_sanitize_address, gnu::noinline]] __attribute__((target("avx2"))) RTS_I32
+StrICmpAcrossPages(const unsigned char *a, const unsigned char *b, std::size_t i) {
+    for (;;) {
+        const std::size_t roomA = PageRoom(a + i);
+        const std::size_t roomB = PageRoom(b + i);
+        const std::size_t limit = i + (roomA < roomB ? roomA : roomB);
+        for (; i + 32 <= limit; i += 32) {
+            const unsigned mask = CaseEvents32(a + i, b + i);
+            if (mask != 0) {
+                i += static_cast<unsigned>(__builtin_ctz(mask));
+                return EventVerdict(a[i], b[i]);
+            }
+        }
+        for (; i < limit; ++i) {
+            if (a[i] == 0 || ToLower(a[i]) != ToLower(b[i])) {
+                return CaseVerdict(a[i], b[i]);
+            }
+        }
+    }
+}
+
 // Compares both strings in their lower-case forms, 32 bytes at a time. A
 // block settles most comparisons, a first-byte difference too, so unlike the
 // portable form this one takes no separate look at the first byte. The first
@@ -98,7 +123,7 @@ inline RTS_I32 EventVerdict(unsigned char ca, unsigned char cb) {
     const auto *a = reinterpret_cast<const unsigned char *>(psz1);
     const auto *b = reinterpret_cast<const unsigned char *>(psz2);
     if (NearPageEnd<64>(a, b)) {
-        return StrICmpFrom(a, b, 0);
+        return StrICmpAcrossPages(a, b, 0);
     }
     // Each of the first two blocks has its own exit, laid out straight behind it.
     unsigned mask = CaseEvents32(a, b);
@@ -114,7 +139,7 @@ inline RTS_I32 EventVerdict(unsigned char ca, unsigned char cb) {
     std::size_t i = 64 - (reinterpret_cast<std::uintptr_t>(a) & 31);
     for (;;) {
         if (!BlockInOnePage<32>(b + i)) {
-            return StrICmpFrom(a, b, i);
+            return StrICmpAcrossPages(a, b, i);
         }
         mask = CaseEvents32(a + i, b + i);
         if (mask != 0) {
